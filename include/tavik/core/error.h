@@ -1,0 +1,115 @@
+#pragma once
+
+#include <exception>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace tavik {
+
+/// Any error the SDK can carry inside a `TavikError` (a transport failure, a JSON parse
+/// failure, a decoding failure). Its `what()` is its localized description.
+using ErrorPtr = std::shared_ptr<const std::exception>;
+
+/// The one error type that reaches the host. Eleven cases; `invalidRequest`,
+/// `badStatus` and `defaultError` carry payloads.
+class TavikError : public std::exception {
+ public:
+  enum class Case {
+    invalidRequest,
+    badStatus,
+    defaultError,
+    badUrl,
+    badResponse,
+    failedToEncode,
+    failedToDecode,
+    missingConfiguration,
+    missingDisplayAdConfig,
+    missingPlaAdConfig,
+    missingRegisterEventConfig,
+  };
+
+  static TavikError invalidRequest(ErrorPtr cause = nullptr);
+  static TavikError badStatus(int code, std::string body);
+  static TavikError defaultError(ErrorPtr error);
+  static TavikError badUrl() { return TavikError(Case::badUrl); }
+  static TavikError badResponse() { return TavikError(Case::badResponse); }
+  static TavikError failedToEncode() { return TavikError(Case::failedToEncode); }
+  static TavikError failedToDecode() { return TavikError(Case::failedToDecode); }
+  static TavikError missingConfiguration() { return TavikError(Case::missingConfiguration); }
+  static TavikError missingDisplayAdConfig() { return TavikError(Case::missingDisplayAdConfig); }
+  static TavikError missingPlaAdConfig() { return TavikError(Case::missingPlaAdConfig); }
+  static TavikError missingRegisterEventConfig() {
+    return TavikError(Case::missingRegisterEventConfig);
+  }
+
+  /// Wraps any caught exception: a `TavikError` of a passed-through case (badStatus,
+  /// badUrl, badResponse and the missing-endpoint cases) stays as it is, everything
+  /// else becomes `defaultError` carrying it.
+  static TavikError fromException(std::exception_ptr error);
+
+  Case kind() const { return case_; }
+  /// The case's name as written in code ("badStatus", "missingPlaAdConfig").
+  std::string caseName() const;
+
+  /// The description text of the case.
+  std::string description() const;
+  /// Always present, equal to `description()`.
+  std::optional<std::string> errorDescription() const { return description(); }
+  /// Always absent.
+  std::optional<std::string> failureReason() const { return std::nullopt; }
+
+  struct Info {
+    std::string code;
+    std::string message;
+    ErrorPtr error;
+  };
+  /// Code, message and underlying error, for hosts that log or forward errors.
+  Info get() const;
+
+  /// The code of `get()` ("ERROR_BAD_STATUS", "ERROR_CONFIGURATION", ...).
+  std::string code() const;
+  /// badStatus: the HTTP status and body; 0 and "" for the other cases.
+  int statusCode() const { return status_; }
+  const std::string& body() const { return body_; }
+  /// invalidRequest's cause or defaultError's wrapped error; null otherwise.
+  const ErrorPtr& cause() const { return cause_; }
+
+  const char* what() const noexcept override;
+
+ private:
+  explicit TavikError(Case c) : case_(c) { what_ = description(); }
+
+  Case case_;
+  int status_ = 0;
+  std::string body_;
+  ErrorPtr cause_;
+  std::string what_;
+};
+
+/// A failure of the HTTP transport: no connection, time-out, TLS verification, a
+/// redirect the SDK refuses, an oversized answer. `curlCode()` is libcurl's code.
+class TransportError : public std::runtime_error {
+ public:
+  TransportError(int curlCode, const std::string& message)
+      : std::runtime_error(message), curlCode_(curlCode) {}
+  int curlCode() const { return curlCode_; }
+
+ private:
+  int curlCode_;
+};
+
+/// A JSON document that does not decode into the SDK's records. `path()` names where
+/// (for example "ads.au_home[1].rank"); `what()` says what failed and where.
+class DecodingError : public std::runtime_error {
+ public:
+  DecodingError(std::string path, const std::string& problem)
+      : std::runtime_error(problem + (path.empty() ? "" : " at " + path)), path_(std::move(path)) {}
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+}  // namespace tavik

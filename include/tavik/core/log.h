@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+#include <string_view>
+
+namespace tavik {
+
+/// Receives every diagnostic line the SDK writes (only when `Config.debug` is on, and
+/// the one set-up notice of `setUserId`). A line arrives without its newline. Lines may
+/// come from any thread; the SDK serialises calls to the sink.
+using LogSink = std::function<void(std::string_view line)>;
+
+/// Installs a process-wide sink; an empty function restores the default, which writes
+/// each line to standard error.
+void setLogSink(LogSink sink);
+
+namespace detail {
+/// Writes one raw line to the sink.
+void writeLogLine(std::string_view line);
+/// Writes a debug line the way the SDK prints them: "TAVIK: - " + text, enclosed in
+/// double quotes with inner quotes, backslashes and control characters escaped.
+void debugLine(std::string_view text);
+}  // namespace detail
+
+}  // namespace tavik

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <concepts>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace tavik {
+
+using StringList = std::vector<std::string>;
+
+/// One value of a request parameter dictionary. It keeps its type so that the query
+/// text of each kind follows its own rule: strings as they are, integers in decimal,
+/// 32-bit floats as their shortest round-trip text ("12.5", "10.0"), booleans as
+/// "true"/"false", and lists of strings as repeated "key[]" items.
+class ParamValue {
+ public:
+  using Variant = std::variant<std::string, std::int64_t, float, bool, StringList>;
+
+  ParamValue() : value_(std::string()) {}
+  ParamValue(std::string value) : value_(std::move(value)) {}
+  ParamValue(const char* value) : value_(std::string(value)) {}
+  ParamValue(std::string_view value) : value_(std::string(value)) {}
+  template <std::integral I>
+    requires(!std::same_as<I, bool>)
+  ParamValue(I value) : value_(static_cast<std::int64_t>(value)) {}
+  ParamValue(float value) : value_(value) {}
+  /// Doubles are narrowed: the wire format only knows 32-bit floats.
+  ParamValue(double value) : value_(static_cast<float>(value)) {}
+  ParamValue(bool value) : value_(value) {}
+  ParamValue(StringList value) : value_(std::move(value)) {}
+  ParamValue(std::initializer_list<std::string> value) : value_(StringList(value)) {}
+
+  const Variant& variant() const { return value_; }
+
+  bool isString() const { return std::holds_alternative<std::string>(value_); }
+  bool isInteger() const { return std::holds_alternative<std::int64_t>(value_); }
+  bool isFloat() const { return std::holds_alternative<float>(value_); }
+  bool isBool() const { return std::holds_alternative<bool>(value_); }
+  bool isList() const { return std::holds_alternative<StringList>(value_); }
+
+  /// Typed access; nullptr when the value holds another type.
+  const std::string* asString() const { return std::get_if<std::string>(&value_); }
+  const std::int64_t* asInteger() const { return std::get_if<std::int64_t>(&value_); }
+  const float* asFloat() const { return std::get_if<float>(&value_); }
+  const bool* asBool() const { return std::get_if<bool>(&value_); }
+  const StringList* asList() const { return std::get_if<StringList>(&value_); }
+
+  /// The plain text of a scalar as it goes into a query ("5", "12.5", "true", "abc").
+  /// A list gives its elements joined by ", " (lists are never sent as one item).
+  std::string text() const;
+
+  /// Textual description in the style of the debug lines: strings quoted, lists in
+  /// brackets (`"abc"`, `5`, `12.5`, `true`, `["a", "b"]`).
+  std::string description() const;
+
+  friend bool operator==(const ParamValue&, const ParamValue&) = default;
+
+ private:
+  Variant value_;
+};
+
+/// The shortest decimal text that reads back as the same 32-bit float, always with a
+/// fractional part ("12.5", "10.0", "0.1"); exponent form beyond 2^24 and below 1e-4
+/// ("1.6777216e+07", "1e-05"), "nan", "inf", "-inf".
+std::string floatText(float value);
+
+/// A string-keyed parameter dictionary with unique keys. Entries iterate in insertion
+/// order; setting an existing key replaces its value in place.
+class Parameters {
+ public:
+  using Entry = std::pair<std::string, ParamValue>;
+  using const_iterator = std::vector<Entry>::const_iterator;
+
+  Parameters() = default;
+  Parameters(std::initializer_list<Entry> entries);
+
+  /// Inserts or replaces.
+  Parameters& set(std::string key, ParamValue value);
+  /// Inserts every entry of `other`; where a key exists, `other`'s value replaces it.
+  Parameters& merge(const Parameters& other);
+  /// Removes `key` if present; returns whether it was.
+  bool erase(std::string_view key);
+
+  const ParamValue* find(std::string_view key) const;
+  bool contains(std::string_view key) const { return find(key) != nullptr; }
+  std::size_t size() const { return entries_.size(); }
+  bool empty() const { return entries_.empty(); }
+  const_iterator begin() const { return entries_.begin(); }
+  const_iterator end() const { return entries_.end(); }
+
+  /// `["key": value, ...]`, or `[:]` when empty.
+  std::string description() const;
+
+  friend bool operator==(const Parameters&, const Parameters&) = default;
+
+ private:
+  std::vector<Entry> entries_;
+};
+
+/// Description of an optional dictionary: `Optional([...])`, or `nil` when absent.
+std::string describeOptional(const Parameters* parameters);
+
+/// A string literal as the debug lines print it: in double quotes, with quotes,
+/// backslashes and control characters escaped.
+std::string quoted(std::string_view text);
+
+}  // namespace tavik
