@@ -50,17 +50,28 @@ TavikError TavikError::fromException(std::exception_ptr error) {
 
 std::string TavikError::caseName() const {
   switch (case_) {
-    case Case::invalidRequest: return "invalidRequest";
-    case Case::badStatus: return "badStatus";
-    case Case::defaultError: return "defaultError";
-    case Case::badUrl: return "badUrl";
-    case Case::badResponse: return "badResponse";
-    case Case::failedToEncode: return "failedToEncode";
-    case Case::failedToDecode: return "failedToDecode";
-    case Case::missingConfiguration: return "missingConfiguration";
-    case Case::missingDisplayAdConfig: return "missingDisplayAdConfig";
-    case Case::missingPlaAdConfig: return "missingPlaAdConfig";
-    case Case::missingRegisterEventConfig: return "missingRegisterEventConfig";
+    case Case::invalidRequest:
+      return "invalidRequest";
+    case Case::badStatus:
+      return "badStatus";
+    case Case::defaultError:
+      return "defaultError";
+    case Case::badUrl:
+      return "badUrl";
+    case Case::badResponse:
+      return "badResponse";
+    case Case::failedToEncode:
+      return "failedToEncode";
+    case Case::failedToDecode:
+      return "failedToDecode";
+    case Case::missingConfiguration:
+      return "missingConfiguration";
+    case Case::missingDisplayAdConfig:
+      return "missingDisplayAdConfig";
+    case Case::missingPlaAdConfig:
+      return "missingPlaAdConfig";
+    case Case::missingRegisterEventConfig:
+      return "missingRegisterEventConfig";
   }
   return "unknown";
 }
@@ -72,12 +83,16 @@ std::string TavikError::description() const {
     case Case::badStatus:
       return "The server returned an unsuccessful HTTP status code " + std::to_string(status_) +
              ".";
-    case Case::defaultError: return cause_ ? cause_->what() : "unknown error";
-    case Case::badUrl: return "The provided URL is invalid or malformed.";
+    case Case::defaultError:
+      return cause_ ? cause_->what() : "unknown error";
+    case Case::badUrl:
+      return "The provided URL is invalid or malformed.";
     case Case::badResponse:
       return "The response received from the server is invalid or cannot be processed.";
-    case Case::failedToEncode: return "Failed to encode the data";
-    case Case::failedToDecode: return "Failed to decode or parse the data";
+    case Case::failedToEncode:
+      return "Failed to encode the data";
+    case Case::failedToDecode:
+      return "Failed to decode or parse the data";
     case Case::missingConfiguration:
       return "SDK configuration parameters not configured at time of SDK initialization.";
     case Case::missingDisplayAdConfig:
@@ -92,17 +107,25 @@ std::string TavikError::description() const {
 
 std::string TavikError::code() const {
   switch (case_) {
-    case Case::invalidRequest: return "ERROR_INVALID_REQUEST";
-    case Case::badStatus: return "ERROR_BAD_STATUS";
-    case Case::defaultError: return "UNKNOWN_ERROR";
-    case Case::badUrl: return "ERROR_BAD_URL";
-    case Case::badResponse: return "ERROR_BAD_RESPONSE";
-    case Case::failedToEncode: return "ERROR_FAILED_TO_ENCODE_DATA";
-    case Case::failedToDecode: return "ERROR_FAILED_TO_DECODE_DATA";
+    case Case::invalidRequest:
+      return "ERROR_INVALID_REQUEST";
+    case Case::badStatus:
+      return "ERROR_BAD_STATUS";
+    case Case::defaultError:
+      return "UNKNOWN_ERROR";
+    case Case::badUrl:
+      return "ERROR_BAD_URL";
+    case Case::badResponse:
+      return "ERROR_BAD_RESPONSE";
+    case Case::failedToEncode:
+      return "ERROR_FAILED_TO_ENCODE_DATA";
+    case Case::failedToDecode:
+      return "ERROR_FAILED_TO_DECODE_DATA";
     case Case::missingConfiguration:
     case Case::missingDisplayAdConfig:
     case Case::missingPlaAdConfig:
-    case Case::missingRegisterEventConfig: return "ERROR_CONFIGURATION";
+    case Case::missingRegisterEventConfig:
+      return "ERROR_CONFIGURATION";
   }
   return {};
 }
@@ -117,6 +140,8 @@ TavikError::Info TavikError::get() const {
   return info;
 }
 
-const char* TavikError::what() const noexcept { return what_.c_str(); }
+const char* TavikError::what() const noexcept {
+  return what_.c_str();
+}
 
 }  // namespace tavik

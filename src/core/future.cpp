@@ -9,8 +9,12 @@ namespace {
 thread_local bool tlsTransportThread = false;
 }
 
-void markTransportThread() { tlsTransportThread = true; }
-bool onTransportThread() { return tlsTransportThread; }
+void markTransportThread() {
+  tlsTransportThread = true;
+}
+bool onTransportThread() {
+  return tlsTransportThread;
+}
 
 void fatalError(const char* message) {
   std::fprintf(stderr, "tavik/TAVIK: Fatal error: %s\n", message);

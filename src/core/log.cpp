@@ -38,7 +38,7 @@ void writeLogLine(std::string_view line) {
 void debugLine(std::string_view text) {
   std::string line = "TAVIK: - ";
   line += text;
-  writeLogLine(quoted(line));
+  writeLogLine(quoteText(line));
 }
 
 }  // namespace detail

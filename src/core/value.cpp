@@ -12,25 +12,38 @@ std::string floatText(float value) {
   char buffer[64];
   const float magnitude = std::fabs(value);
   const bool exponent = magnitude != 0.0f && (magnitude >= 16777216.0f || magnitude < 1e-4f);
-  auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value,
-                                 exponent ? std::chars_format::scientific : std::chars_format::fixed);
+  auto [end, ec] =
+      std::to_chars(buffer, buffer + sizeof buffer, value,
+                    exponent ? std::chars_format::scientific : std::chars_format::fixed);
   std::string text(buffer, ec == std::errc() ? end : buffer);
   if (!exponent && text.find('.') == std::string::npos) text += ".0";
   return text;
 }
 
-std::string quoted(std::string_view text) {
+std::string quoteText(std::string_view text) {
   std::string out;
   out.reserve(text.size() + 2);
   out += '"';
   for (unsigned char c : text) {
     switch (c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
-      case '\0': out += "\\0"; break;
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\0':
+        out += "\\0";
+        break;
       default:
         if (c < 0x20 || c == 0x7f) {
           char escape[16];
@@ -64,12 +77,12 @@ std::string ParamValue::text() const {
 }
 
 std::string ParamValue::description() const {
-  if (const auto* s = asString()) return quoted(*s);
+  if (const auto* s = asString()) return quoteText(*s);
   if (const auto* list = asList()) {
     std::string out = "[";
     for (std::size_t i = 0; i < list->size(); ++i) {
       if (i) out += ", ";
-      out += quoted((*list)[i]);
+      out += quoteText((*list)[i]);
     }
     return out + "]";
   }
@@ -120,7 +133,7 @@ std::string Parameters::description() const {
   for (const auto& [key, value] : entries_) {
     if (!first) out += ", ";
     first = false;
-    out += quoted(key);
+    out += quoteText(key);
     out += ": ";
     out += value.description();
   }

@@ -26,8 +26,7 @@ class ParamValue {
   ParamValue(const char* value) : value_(std::string(value)) {}
   ParamValue(std::string_view value) : value_(std::string(value)) {}
   template <std::integral I>
-    requires(!std::same_as<I, bool>)
-  ParamValue(I value) : value_(static_cast<std::int64_t>(value)) {}
+  requires(!std::same_as<I, bool>) ParamValue(I value) : value_(static_cast<std::int64_t>(value)) {}
   ParamValue(float value) : value_(value) {}
   /// Doubles are narrowed: the wire format only knows 32-bit floats.
   ParamValue(double value) : value_(static_cast<float>(value)) {}
@@ -107,6 +106,6 @@ std::string describeOptional(const Parameters* parameters);
 
 /// A string literal as the debug lines print it: in double quotes, with quotes,
 /// backslashes and control characters escaped.
-std::string quoted(std::string_view text);
+std::string quoteText(std::string_view text);
 
 }  // namespace tavik

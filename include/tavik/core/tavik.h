@@ -1,0 +1,92 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "tavik/core/config.h"
+
+namespace tavik {
+
+class AdFetcherProtocol;
+class AdRendererProtocol;
+class RegisterEventProtocol;
+
+/// The SDK's entry object. Configure it once at start-up:
+///
+///   TAVIK::Builder().clientId("my-client").buildGlobalInstance();
+///   auto fetcher = TAVIK::shared().adFetcher();
+///
+/// and from then on ask it for working objects. Each accessor makes a new object holding
+/// a copy of the configuration; it returns nullptr when the SDK has no configuration or
+/// the client id is empty.
+class TAVIK {
+ public:
+  class Builder;
+  /// An empty serial executor type; nothing in the public surface runs on it.
+  class TavikActor {};
+
+  /// The process-wide instance. Stops the process when it was never built.
+  static TAVIK& shared();
+  static TAVIK& globalInstance() { return shared(); }
+
+  /// Does nothing on a configured SDK; before set-up it prints a notice. The user id is
+  /// not stored and never sent.
+  void setUserId(const std::string& userId) const;
+
+  std::unique_ptr<AdFetcherProtocol> adFetcher() const;
+  std::unique_ptr<AdRendererProtocol> adRenderer() const;
+  std::unique_ptr<RegisterEventProtocol> registerEvent() const;
+
+  /// The configuration this instance hands out.
+  const std::optional<Config>& config() const { return _config; }
+
+ private:
+  explicit TAVIK(std::optional<Config> config) : _config(std::move(config)) {}
+  /// Whether accessors may hand out objects: a configuration with a client id.
+  bool configured() const { return _config && !_config->clientId.empty(); }
+
+  std::optional<Config> _config;
+};
+
+/// Builds the SDK. Setters store their argument and return the builder, so calls chain.
+class TAVIK::Builder {
+ public:
+  Builder() = default;
+
+  Builder& clientId(std::string value);
+  /// Bare host names: "https://" is put in front of them.
+  Builder& productAdsHost(std::string value);
+  Builder& displayAdsHost(std::string value);
+  Builder& eventTrackingHost(std::string value);
+  Builder& debug(bool value);
+  /// A PEM file whose certificates the SDK trusts in addition to the system's (a private
+  /// deployment, the local sandbox). It adds trust; TLS verification always stays on.
+  /// Applies process-wide from `build()` on.
+  Builder& trustedCaBundle(std::string pemFile);
+
+  /// A new SDK object; the process-wide slot is not touched. Stops the process when no
+  /// client id was given.
+  TAVIK build() const;
+  /// Builds and installs the process-wide instance. Stops the process when called twice.
+  TAVIK& buildGlobalInstance() const;
+
+ private:
+  std::optional<std::string> clientId_;
+  bool debug_ = false;
+  std::string productAdsHost_ = "pla.ads.tavik.io";
+  std::string displayAdsHost_ = "display.ads.tavik.io";
+  std::string eventTrackingHost_ = "events.tavik.io";
+  std::optional<std::string> trustedCaBundle_;
+};
+
+/// Base of the objects that hold a configuration.
+class TavikBase {
+ public:
+  explicit TavikBase(std::optional<Config> config = std::nullopt) : SDKconfig(std::move(config)) {}
+  virtual ~TavikBase() = default;
+
+  std::optional<Config> SDKconfig;
+};
+
+}  // namespace tavik

@@ -1,0 +1,80 @@
+#include "tavik/core/tavik.h"
+
+#include <atomic>
+
+#include "tavik/core/future.h"
+#include "tavik/core/log.h"
+#include "tavik/network/transport.h"
+
+namespace tavik {
+
+namespace {
+// Written once by buildGlobalInstance() and never cleared; the instance is never freed.
+std::atomic<TAVIK*> globalSlot{nullptr};
+}  // namespace
+
+TAVIK& TAVIK::shared() {
+  TAVIK* instance = globalSlot.load(std::memory_order_acquire);
+  if (!instance) {
+    detail::fatalError(
+        "TAVIK SDK not initialized. Please initialize TAVIK SDK using "
+        "`TAVIK.buildGlobalInstance()");
+  }
+  return *instance;
+}
+
+void TAVIK::setUserId(const std::string& /*userId*/) const {
+  if (!_config) detail::writeLogLine("TAVIK: In order to set a userId, initialize the SDK first.");
+}
+
+TAVIK::Builder& TAVIK::Builder::clientId(std::string value) {
+  clientId_ = std::move(value);
+  return *this;
+}
+TAVIK::Builder& TAVIK::Builder::productAdsHost(std::string value) {
+  productAdsHost_ = std::move(value);
+  return *this;
+}
+TAVIK::Builder& TAVIK::Builder::displayAdsHost(std::string value) {
+  displayAdsHost_ = std::move(value);
+  return *this;
+}
+TAVIK::Builder& TAVIK::Builder::eventTrackingHost(std::string value) {
+  eventTrackingHost_ = std::move(value);
+  return *this;
+}
+TAVIK::Builder& TAVIK::Builder::debug(bool value) {
+  debug_ = value;
+  return *this;
+}
+TAVIK::Builder& TAVIK::Builder::trustedCaBundle(std::string pemFile) {
+  trustedCaBundle_ = std::move(pemFile);
+  return *this;
+}
+
+TAVIK TAVIK::Builder::build() const {
+  if (!clientId_) {
+    detail::fatalError(
+        "TAVIK.Builder: clientId is required. Call .clientId(\"your_client_id\") before .build()");
+  }
+  if (trustedCaBundle_) transport::trustCaBundle(*trustedCaBundle_);
+  Config config;
+  config.clientId = *clientId_;
+  config.debug = debug_;
+  config.registerEvent = RegisterEventConfig{"https://" + eventTrackingHost_};
+  config.displayAds = DisplayAdsConfig{"https://" + displayAdsHost_};
+  config.plaAds = PlaAdsConfig{"https://" + productAdsHost_};
+  return TAVIK(std::move(config));
+}
+
+TAVIK& TAVIK::Builder::buildGlobalInstance() const {
+  if (globalSlot.load(std::memory_order_acquire)) {
+    detail::fatalError(
+        "TAVIK.Builder: TAVIK can only be built once. Call .buildSingleInstance() before .build()");
+  }
+  auto* instance = new TAVIK(build());
+  globalSlot.store(instance, std::memory_order_release);
+  return *instance;
+}
+
+}  // namespace tavik

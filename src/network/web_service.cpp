@@ -1,0 +1,162 @@
+#include "tavik/network/web_service.h"
+
+#include <algorithm>
+#include <cctype>
+#include <stdexcept>
+
+#include "network/http_client.h"
+#include "network/json_text.h"
+#include "tavik/core/error.h"
+#include "tavik/core/log.h"
+#include "tavik/version.h"
+
+namespace tavik {
+
+const char* sdkVersion() {
+  return TAVIK_VERSION;
+}
+
+namespace {
+
+std::string describe(const Headers& headers) {
+  if (headers.empty()) return "[:]";
+  std::string out = "[";
+  bool first = true;
+  for (const auto& [name, value] : headers) {
+    if (!first) out += ", ";
+    first = false;
+    out += quoteText(name) + ": " + quoteText(value);
+  }
+  return out + "]";
+}
+
+nlohmann::json toJsonValue(const ParamValue& value) {
+  struct Visitor {
+    nlohmann::json operator()(const std::string& s) const { return s; }
+    nlohmann::json operator()(std::int64_t i) const { return i; }
+    // Through its shortest text, so 0.1f is written 0.1 and not 0.10000000149011612.
+    nlohmann::json operator()(float f) const { return std::stod(floatText(f)); }
+    nlohmann::json operator()(bool b) const { return b; }
+    nlohmann::json operator()(const StringList& list) const { return list; }
+  };
+  return std::visit(Visitor{}, value.variant());
+}
+
+// Turns a finished HTTP exchange into the response dictionary, or throws.
+nlohmann::json responseDictionary(const detail::HttpResponse& response) {
+  if (response.status < 200 || response.status >= 300) {
+    throw TavikError::badStatus(static_cast<int>(response.status), response.body);
+  }
+  std::string data;
+  if (!response.body.empty()) {
+    const nlohmann::json parsed = detail::parseJsonContainer(response.body);
+    try {
+      data = parsed.dump();
+    } catch (const nlohmann::json::type_error&) {
+      throw TavikError::failedToEncode();
+    }
+  }
+  return nlohmann::json{{"status", true},
+                        {"response", {{"code", response.status}, {"data", std::move(data)}}},
+                        {"error", nullptr}};
+}
+
+}  // namespace
+
+std::string ApiUrlResult::description() const {
+  return std::string("[\"status\": ") + (status ? "true" : "false") +
+         ", \"apiUrl\": " + (apiUrl ? apiUrl->string() : "nil") + "]";
+}
+
+void WebService::log(const std::string& text) const {
+  if (debug_) detail::debugLine(text);
+}
+
+bool WebService::isValidApiUrl(const std::string& urlString) {
+  const auto blank = [](unsigned char c) { return std::isspace(c) != 0; };
+  if (std::all_of(urlString.begin(), urlString.end(), blank)) return false;
+  if (urlString.starts_with("://")) return false;
+  const auto url = Url::parse(urlString);
+  if (!url || url->scheme().empty() || url->host().empty()) return false;
+  std::string scheme = url->scheme();
+  std::transform(scheme.begin(), scheme.end(), scheme.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return scheme == "https";
+}
+
+Url WebService::makeQueryUrl(const Url& url, const Parameters& parameters) {
+  if (parameters.empty()) return url;
+  std::string query = url.query();
+  const auto append = [&query](std::string_view name, std::string_view value) {
+    if (!query.empty()) query += '&';
+    query += percentEncode(name);
+    query += '=';
+    query += percentEncode(value);
+  };
+  for (const auto& [key, value] : parameters) {
+    if (const StringList* list = value.asList()) {
+      const std::string name = key + "[]";
+      for (const auto& element : *list) append(name, element);
+    } else {
+      append(key, value.text());
+    }
+  }
+  return url.withQuery(query);
+}
+
+Parameters WebService::enhancedParameters(const std::optional<Parameters>& parameters) {
+  Parameters enhanced = parameters.value_or(Parameters{});
+  enhanced.set("os_version", sdkVersion());
+  enhanced.set("os_name", "iOS");
+  return enhanced;
+}
+
+ApiUrlResult WebService::generateApiUrl(const std::string& urlString,
+                                        const std::optional<Parameters>& parameters) const {
+  if (debug_) {
+    log("Api string = " + urlString);
+    log("Api parameters = " + describeOptional(parameters ? &*parameters : nullptr));
+  }
+  if (!isValidApiUrl(urlString)) throw TavikError::badUrl();
+  const auto url = Url::parse(urlString);
+  if (!url) throw TavikError::badUrl();
+  Url finished = makeQueryUrl(*url, parameters.value_or(Parameters{}));
+  if (debug_) log("Preprared Api URL = " + finished.string());
+  return ApiUrlResult{true, std::move(finished)};
+}
+
+Future<nlohmann::json> WebService::request(const Url& url, HTTPMethod method,
+                                           const std::optional<Parameters>& parameters,
+                                           const Headers& headers) const {
+  const std::string_view methodName = rawValue(method);
+  const Parameters enhanced = enhancedParameters(parameters);
+  const Url finalUrl =
+      (method == HTTPMethod::get && !enhanced.empty()) ? makeQueryUrl(url, enhanced) : url;
+  if (debug_) {
+    log("Api URL = " + url.string());
+    log("Api call Method = " + std::string(methodName));
+    log("Api parameters = " + describeOptional(parameters ? &*parameters : nullptr));
+    log("Api headers = " + describe(headers));
+    log("Enhanced parameters = " + enhanced.description());
+    log("Final URL = " + finalUrl.string());
+  }
+
+  detail::HttpRequest http;
+  http.url = finalUrl.string();
+  http.method = std::string(methodName);
+  http.headers.assign(headers.begin(), headers.end());
+  if (method == HTTPMethod::post || method == HTTPMethod::put) {
+    http.headers.emplace_back("Content-Type", "application/json");
+    nlohmann::json body = nlohmann::json::object();
+    for (const auto& [key, value] : enhanced) body[key] = toJsonValue(value);
+    try {
+      http.body = body.dump();
+    } catch (const nlohmann::json::type_error&) {
+      return Future<nlohmann::json>::failed(std::make_exception_ptr(TavikError::failedToEncode()));
+    }
+    http.hasBody = true;
+  }
+  return detail::sendHttpRequest(std::move(http)).then(responseDictionary);
+}
+
+}  // namespace tavik
