@@ -1,0 +1,129 @@
+#include "tavik/ads/ad_renderer.h"
+
+#include "tavik/core/tavik.h"
+
+namespace tavik {
+
+namespace detail {
+
+namespace {
+bool validUtf8(const std::string& text) {
+  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+  const auto* end = p + text.size();
+  while (p < end) {
+    const unsigned char c = *p;
+    std::size_t length;
+    std::uint32_t point;
+    if (c < 0x80) {
+      ++p;
+      continue;
+    } else if ((c & 0xE0) == 0xC0) {
+      length = 2, point = c & 0x1F;
+    } else if ((c & 0xF0) == 0xE0) {
+      length = 3, point = c & 0x0F;
+    } else if ((c & 0xF8) == 0xF0) {
+      length = 4, point = c & 0x07;
+    } else {
+      return false;
+    }
+    if (static_cast<std::size_t>(end - p) < length) return false;
+    for (std::size_t i = 1; i < length; ++i) {
+      if ((p[i] & 0xC0) != 0x80) return false;
+      point = (point << 6) | (p[i] & 0x3F);
+    }
+    static constexpr std::uint32_t kMinimum[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (point < kMinimum[length] || point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF)) {
+      return false;
+    }
+    p += length;
+  }
+  return true;
+}
+}  // namespace
+
+const std::string* unwrapEnvelope(const std::optional<nlohmann::json>& answer) {
+  if (!answer || !answer->is_object()) return nullptr;
+  const auto status = answer->find("status");
+  if (status == answer->end() || !status->is_boolean() || !status->get<bool>()) return nullptr;
+  const auto response = answer->find("response");
+  if (response == answer->end() || !response->is_object()) return nullptr;
+  const auto data = response->find("data");
+  if (data == response->end() || !data->is_string()) return nullptr;
+  const auto* text = data->get_ptr<const std::string*>();
+  return validUtf8(*text) ? text : nullptr;
+}
+
+}  // namespace detail
+
+namespace {
+
+// The steps all three operations share: fetch, unwrap, decode with `decode`, look up the
+// ad unit, then let `pick` stamp and choose what is returned.
+template <class Result, class Decode, class Pick>
+Future<std::optional<Result>> render(const Config& config, const std::string& cliUbid,
+                                     const std::string& pageType, const std::string& adUnit,
+                                     std::int64_t productCount,
+                                     std::optional<TargetingList> targetingParams,
+                                     ErrorHandler onError, Decode decode, Pick pick) {
+  AdFetcher fetcher(config, WebService(config.debug));
+  auto answer = fetcher.fetchDisplayAdsWithAu(cliUbid, pageType, productCount, {adUnit},
+                                              std::move(targetingParams), onError);
+  return answer.then([onError = std::move(onError), adUnit, cliUbid, decode, pick](
+                         const std::optional<nlohmann::json>& dictionary) -> std::optional<Result> {
+    const std::string* data = detail::unwrapEnvelope(dictionary);
+    if (!data) {
+      detail::notify(onError, TavikError::badResponse());
+      return std::nullopt;
+    }
+    decltype(decode(*data)) document;
+    try {
+      document = decode(*data);
+    } catch (const DecodingError& e) {
+      detail::notify(onError, TavikError::defaultError(std::make_shared<DecodingError>(e)));
+      return std::nullopt;
+    }
+    auto ads = document.ads.find(adUnit);
+    if (ads == document.ads.end() || ads->second.empty()) {
+      detail::notify(onError, TavikError::failedToDecode());
+      return std::nullopt;
+    }
+    for (auto& ad : ads->second) ad.cliUbid = cliUbid;
+    return pick(std::move(ads->second));
+  });
+}
+
+}  // namespace
+
+Future<std::optional<BannerAd>> AdRenderer::fetchBannerAdsWithAu(
+    const std::string& cliUbid, const std::string& pageType, const std::string& adUnit,
+    std::optional<TargetingList> targetingParams, ErrorHandler onError) {
+  return render<BannerAd>(
+      config_, cliUbid, pageType, adUnit, 1, std::move(targetingParams), std::move(onError),
+      [](const std::string& text) { return decodeAds(text); },
+      [](std::vector<BannerAd> ads) { return std::move(ads.front()); });
+}
+
+Future<std::optional<CarouselAd>> AdRenderer::fetchCarouselAdWithAu(
+    const std::string& cliUbid, const std::string& pageType, const std::string& adUnit,
+    std::optional<TargetingList> targetingParams, ErrorHandler onError) {
+  return render<CarouselAd>(
+      config_, cliUbid, pageType, adUnit, 1, std::move(targetingParams), std::move(onError),
+      [](const std::string& text) { return decodeCarouselAds(text); },
+      [](std::vector<CarouselAd> ads) { return std::move(ads.front()); });
+}
+
+Future<std::optional<std::vector<BannerAd>>> AdRenderer::fetchMultiAdCarouselWithAu(
+    const std::string& cliUbid, const std::string& pageType, const std::string& adUnit,
+    std::int64_t productCount, std::optional<TargetingList> targetingParams, ErrorHandler onError) {
+  return render<std::vector<BannerAd>>(
+      config_, cliUbid, pageType, adUnit, productCount, std::move(targetingParams),
+      std::move(onError), [](const std::string& text) { return decodeMultiAdsCarousel(text); },
+      [](std::vector<BannerAd> ads) { return ads; });
+}
+
+std::unique_ptr<AdRendererProtocol> TAVIK::adRenderer() const {
+  if (!configured()) return nullptr;
+  return std::make_unique<AdRenderer>(*_config);
+}
+
+}  // namespace tavik

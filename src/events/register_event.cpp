@@ -1,0 +1,178 @@
+#include "tavik/events/register_event.h"
+
+#include <chrono>
+
+#include "tavik/core/log.h"
+
+namespace tavik {
+
+namespace {
+
+std::shared_ptr<TrackingParams> orNew(std::shared_ptr<TrackingParams> params) {
+  return params ? std::move(params) : std::make_shared<TrackingParams>();
+}
+
+// Milliseconds since the epoch, truncated toward zero.
+std::int64_t nowMillis() {
+  const double seconds =
+      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  return static_cast<std::int64_t>(seconds * 1000.0);
+}
+
+std::string trimPipes(std::string text) {
+  const auto first = text.find_first_not_of('|');
+  if (first == std::string::npos) return {};
+  const auto last = text.find_last_not_of('|');
+  return text.substr(first, last - first + 1);
+}
+
+// The keys view-product and add-to-cart events share.
+void writeProductKeys(TrackingParams& params, const std::string& skuId,
+                      const std::optional<float>& price,
+                      const std::optional<std::string>& merchantId) {
+  params.skuId(skuId);
+  params.productPrices(price ? floatText(*price) : std::string());
+  params.sellerId(merchantId);
+  params.productQuantities(1);
+}
+
+}  // namespace
+
+RegisterEvent::Result RegisterEvent::send(TavikEventPath path, Parameters parameters,
+                                          const ErrorHandler& onError) {
+  if (!SDKconfig) {
+    detail::fatalError(
+        "RegisterEvent used without a configuration; get it from TAVIK::registerEvent()");
+  }
+  const Config& config = *SDKconfig;
+  if (!config.registerEvent || config.registerEvent->domainUri.empty()) {
+    detail::notify(onError, TavikError::missingRegisterEventConfig());
+    return Result::ready(std::nullopt);
+  }
+  if (config.debug) detail::debugLine(parameters.description());
+  parameters.set("client_id", config.clientId);
+  parameters.set("event_time", nowMillis());
+  try {
+    const ApiUrlResult apiUrl = webService.generateApiUrl(
+        config.registerEvent->domainUri + "/" + std::string(pathName(path)), parameters);
+    if (!apiUrl.status || !apiUrl.apiUrl) {
+      detail::notify(onError, TavikError::badUrl());
+      return Result::ready(std::nullopt);
+    }
+    return webService.request(*apiUrl.apiUrl, HTTPMethod::get, std::nullopt, {})
+        .whenReady(
+            [onError](const Future<nlohmann::json>& answer) -> std::optional<nlohmann::json> {
+              try {
+                return answer.get();
+              } catch (...) {
+                detail::reportError(std::current_exception(), onError);
+                return std::nullopt;
+              }
+            });
+  } catch (...) {
+    detail::reportError(std::current_exception(), onError);
+    return Result::ready(std::nullopt);
+  }
+}
+
+RegisterEvent::Result RegisterEvent::registerAdClickEvent(const std::string& cliUbid,
+                                                          const std::string& uclid,
+                                                          TrackingParamsPtr trackingParams,
+                                                          ErrorHandler onError) {
+  auto params = orNew(std::move(trackingParams));
+  params->uclid(uclid);
+  Parameters parameters = params->toDictionary();
+  parameters.set("cli_ubid", cliUbid);
+  return send(TavikEventPath::adClick, std::move(parameters), onError);
+}
+
+RegisterEvent::Result RegisterEvent::registerTrackingEvent(const std::string& cliUbid,
+                                                           TavikEventName eventName,
+                                                           TrackingParamsPtr trackingParams,
+                                                           ErrorHandler onError) {
+  Parameters parameters = trackingParams ? trackingParams->toDictionary() : Parameters{};
+  parameters.set("cli_ubid", cliUbid);
+  parameters.set("event_name", std::string(tavik::eventName(eventName)));
+  return send(TavikEventPath::events, std::move(parameters), onError);
+}
+
+RegisterEvent::Result RegisterEvent::registerViewProductEvent(
+    const std::string& cliUbid, const std::string& skuId, std::optional<float> price,
+    std::optional<std::string> merchantId, TrackingParamsPtr trackingParams, ErrorHandler onError) {
+  auto params = orNew(std::move(trackingParams));
+  writeProductKeys(*params, skuId, price, merchantId);
+  return registerTrackingEvent(cliUbid, TavikEventName::viewProduct, params, std::move(onError));
+}
+
+RegisterEvent::Result RegisterEvent::registerAdd2CartEvent(
+    const std::string& cliUbid, const std::string& skuId, std::optional<float> price,
+    std::optional<std::string> merchantId, TrackingParamsPtr trackingParams, ErrorHandler onError) {
+  auto params = orNew(std::move(trackingParams));
+  writeProductKeys(*params, skuId, price, merchantId);
+  return registerTrackingEvent(cliUbid, TavikEventName::funnelAddToCart, params,
+                               std::move(onError));
+}
+
+RegisterEvent::Result RegisterEvent::registerPurchaseEvent(const std::string& cliUbid, float sales,
+                                                           const std::string& orderId,
+                                                           const std::vector<Product>& products,
+                                                           TrackingParamsPtr trackingParams,
+                                                           ErrorHandler onError) {
+  std::string prices, quantities, skus, sellers;
+  for (const auto& product : products) {
+    prices += floatText(product.price) + "|";
+    quantities += std::to_string(product.quantity) + "|";
+    skus += product.skuId + "|";
+    sellers += product.merchantId.value_or("") + "|";
+  }
+  auto params = orNew(std::move(trackingParams));
+  params->add("sales", sales);
+  params->add("order_id", orderId);
+  params->productPrices(trimPipes(std::move(prices)));
+  params->productQuantities(trimPipes(std::move(quantities)));
+  params->add("sku_ids", trimPipes(std::move(skus)));
+  params->sellerId(trimPipes(std::move(sellers)));
+  return registerTrackingEvent(cliUbid, TavikEventName::funnelSaleComplete, params,
+                               std::move(onError));
+}
+
+RegisterEvent::Result RegisterEvent::registerAdImpressionEvent(const std::string& cliUbid,
+                                                               const std::string& uclid,
+                                                               std::optional<std::int64_t> position,
+                                                               TrackingParamsPtr trackingParams,
+                                                               ErrorHandler onError) {
+  auto params = orNew(std::move(trackingParams));
+  params->uclid(uclid);
+  params->position(position);
+  return registerTrackingEvent(cliUbid, TavikEventName::funnelImpression, params,
+                               std::move(onError));
+}
+
+RegisterEvent::Result RegisterEvent::registerVideoProgressEvent(
+    const std::string& cliUbid, const std::string& uclid, float videoViewSec,
+    float videoDurationSec, TrackingParamsPtr trackingParams, ErrorHandler onError) {
+  auto params = orNew(std::move(trackingParams));
+  params->uclid(uclid);
+  params->videoViewSec(videoViewSec);
+  params->videoDurationSec(videoDurationSec);
+  return registerTrackingEvent(cliUbid, TavikEventName::funnelVideoProgress, params,
+                               std::move(onError));
+}
+
+RegisterEvent::Result RegisterEvent::registerVideoActionEvent(
+    const std::string& cliUbid, const std::string& uclid, float videoViewSec,
+    TavikVideoActionType actionType, TrackingParamsPtr trackingParams, ErrorHandler onError) {
+  auto params = orNew(std::move(trackingParams));
+  params->uclid(uclid);
+  params->videoViewSec(videoViewSec);
+  params->actionType(actionType);
+  return registerTrackingEvent(cliUbid, TavikEventName::funnelVideoAction, params,
+                               std::move(onError));
+}
+
+std::unique_ptr<RegisterEventProtocol> TAVIK::registerEvent() const {
+  if (!configured()) return nullptr;
+  return std::make_unique<RegisterEvent>(*_config, WebService(_config->debug));
+}
+
+}  // namespace tavik
