@@ -42,18 +42,14 @@ std::optional<Url> Url::parse(std::string_view text) {
 }
 
 Url Url::withQuery(const std::string& encodedQuery) const {
-  UrlHandle handle(curl_url());
-  if (!handle ||
-      curl_url_set(handle.get(), CURLUPART_URL, text_.c_str(), CURLU_NON_SUPPORT_SCHEME) !=
-          CURLUE_OK ||
-      curl_url_set(handle.get(), CURLUPART_QUERY,
-                   encodedQuery.empty() ? nullptr : encodedQuery.c_str(), 0) != CURLUE_OK) {
-    return *this;
-  }
+  // Splice the query into the normalised text rather than letting the parser rebuild
+  // the address, which would re-case the percent-escapes.
+  const auto fragmentAt = text_.find('#');
+  const std::string head = text_.substr(0, fragmentAt);
+  const std::string fragment = fragmentAt == std::string::npos ? "" : text_.substr(fragmentAt);
+  const std::string base = head.substr(0, head.find('?'));
   Url url = *this;
-  std::string text = part(handle.get(), CURLUPART_URL);
-  if (text.empty()) return *this;
-  url.text_ = std::move(text);
+  url.text_ = base + (encodedQuery.empty() ? "" : "?" + encodedQuery) + fragment;
   url.query_ = encodedQuery;
   return url;
 }

@@ -72,12 +72,49 @@ void WebService::log(const std::string& text) const {
   if (debug_) detail::debugLine(text);
 }
 
+namespace {
+
+// The authority as written must be a host with an optional numeric port. libcurl's
+// parser is lenient here ("https:///x" gets the host "x", and "https://https://x" the
+// host "https" with an empty port); a doubled scheme must fail the check instead.
+bool wellFormedAuthority(const std::string& text) {
+  const auto schemeEnd = text.find("://");
+  if (schemeEnd == std::string::npos) return false;
+  const auto start = schemeEnd + 3;
+  const auto end = text.find_first_of("/?#", start);
+  std::string authority = text.substr(start, end == std::string::npos ? end : end - start);
+  if (const auto at = authority.rfind('@'); at != std::string::npos) authority.erase(0, at + 1);
+  std::string port;
+  if (!authority.empty() && authority.front() == '[') {
+    const auto close = authority.find(']');
+    if (close == std::string::npos) return false;
+    if (close + 1 < authority.size()) {
+      if (authority[close + 1] != ':') return false;
+      port = authority.substr(close + 2);
+      if (port.empty()) return false;
+    }
+    authority = authority.substr(0, close + 1);
+  } else if (const auto colon = authority.rfind(':'); colon != std::string::npos) {
+    port = authority.substr(colon + 1);
+    authority.erase(colon);
+    if (port.empty()) return false;
+  }
+  if (port.size() > 5 ||
+      !std::all_of(port.begin(), port.end(), [](unsigned char c) { return std::isdigit(c); })) {
+    return false;
+  }
+  return !authority.empty();
+}
+
+}  // namespace
+
 bool WebService::isValidApiUrl(const std::string& urlString) {
   const auto blank = [](unsigned char c) { return std::isspace(c) != 0; };
   if (std::all_of(urlString.begin(), urlString.end(), blank)) return false;
   if (urlString.starts_with("://")) return false;
   const auto url = Url::parse(urlString);
   if (!url || url->scheme().empty() || url->host().empty()) return false;
+  if (!wellFormedAuthority(urlString)) return false;
   std::string scheme = url->scheme();
   std::transform(scheme.begin(), scheme.end(), scheme.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
