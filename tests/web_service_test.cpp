@@ -124,6 +124,7 @@ class WebServiceHttps : public ::testing::Test {
 };
 
 TEST_F(WebServiceHttps, GetSendsEncodedItemsInOrderWithTheOsKeysLast) {
+  env.server().script("/echo", reply(200, "{}"));
   const std::string tricky = "a&b=c#d+e%f g é";
   const auto apiUrl =
       service.generateApiUrl(env.base() + "/echo?first=1",
@@ -176,6 +177,8 @@ TEST_F(WebServiceHttps, AnswersBecomeTheResponseDictionaryOrTheirError) {
 }
 
 TEST_F(WebServiceHttps, PostCarriesParametersAsJsonAndDeleteCarriesNone) {
+  env.server().script("/p", reply(200, "{}"));
+  env.server().script("/d", reply(204));
   await(service.request(url(env.base() + "/p?keep=1"), HTTPMethod::post,
                         Parameters{{"price", 0.1f}, {"n", 2}}, {{"X-Test", "1"}}));
   await(service.request(url(env.base() + "/d"), HTTPMethod::delete_, Parameters{{"n", 2}}));
@@ -227,13 +230,16 @@ TEST_F(WebServiceHttps, OnlyHttpsLeavesTheSdkRedirectsIncluded) {
 }
 
 TEST_F(WebServiceHttps, TransportFailuresEndInTheirErrorWithoutAHang) {
-  auto settings = transport::settings();
-  settings.requestTimeout = 300ms;
-  settings.maxBodyBytes = 64 * 1024;
+  const auto defaults = transport::settings();
+  auto settings = defaults;
+  settings.requestTimeout = 500ms;
   transport::configure(settings);
-
   env.server().script("/slow", slow(3s));
   EXPECT_EQ(curlCodeOf(failureOf(get("/slow"))), CURLE_OPERATION_TIMEDOUT);
+
+  settings = defaults;
+  settings.maxBodyBytes = 64 * 1024;
+  transport::configure(settings);
 
   env.server().script("/cut", cutMidAnswer(std::string(4000, 'x')));
   EXPECT_EQ(curlCodeOf(failureOf(get("/cut"))), CURLE_PARTIAL_FILE);

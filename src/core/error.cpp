@@ -1,5 +1,7 @@
 #include "tavik/core/error.h"
 
+#include <nlohmann/json.hpp>
+
 namespace tavik {
 
 TavikError TavikError::invalidRequest(ErrorPtr cause) {
@@ -40,6 +42,12 @@ TavikError TavikError::fromException(std::exception_ptr error) {
     }
   } catch (const TransportError& e) {
     return defaultError(std::make_shared<TransportError>(e));
+  } catch (const DecodingError& e) {
+    return defaultError(std::make_shared<DecodingError>(e));
+  } catch (const nlohmann::json::parse_error& e) {
+    return defaultError(std::make_shared<nlohmann::json::parse_error>(e));
+  } catch (const nlohmann::json::exception& e) {
+    return defaultError(std::make_shared<std::runtime_error>(e.what()));
   } catch (const std::exception& e) {
     // Keep the message; the concrete type of a foreign exception cannot be copied.
     return defaultError(std::make_shared<std::runtime_error>(e.what()));

@@ -2,10 +2,13 @@
 
 #include <curl/curl.h>
 
+#include <unistd.h>
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <sstream>
@@ -49,7 +52,10 @@ std::string systemCaBundle() {
 // Immutable snapshot of the settings a transfer runs with.
 struct EffectiveSettings {
   transport::Settings settings;
-  std::string caBlob;  // system store + extra bundles; empty = libcurl's default store
+  // A file holding the system store plus the extra bundles; empty = libcurl's default
+  // store. A file rather than an in-memory blob lets libcurl cache the parsed store
+  // instead of parsing ~150 certificates for every new connection.
+  std::string caFile;
 };
 
 struct Transfer {
@@ -116,18 +122,41 @@ class HttpClient {
     if (!settings.extraCaBundles.empty()) {
       std::string blob = systemCaBundle();
       for (const auto& path : settings.extraCaBundles) {
-        std::string pem = readFile(path);
-        if (pem.find("-----BEGIN CERTIFICATE-----") == std::string::npos) {
-          throw std::invalid_argument("tavik: cannot read a PEM certificate from \"" + path + "\"");
-        }
+        const std::string pem = loadBundle(path);
         if (!blob.empty() && blob.back() != '\n') blob += '\n';
         blob += pem;
       }
-      effective->caBlob = std::move(blob);
+      effective->caFile = writeBundleFile(blob);
     }
     std::lock_guard lock(mutex_);
     settings_ = std::move(effective);
     limitsChanged_ = true;
+  }
+
+  // Writes the combined store to a private temporary file, removed at exit.
+  std::string writeBundleFile(const std::string& pem) {
+    std::string path = (std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp");
+    path += "/tavik-ca-XXXXXX";
+    const int fd = ::mkstemp(path.data());
+    if (fd < 0) throw std::runtime_error("tavik: cannot create a file for the CA bundle");
+    const bool written = ::write(fd, pem.data(), pem.size()) == static_cast<ssize_t>(pem.size());
+    ::close(fd);
+    if (!written) throw std::runtime_error("tavik: cannot write the CA bundle file");
+    std::lock_guard lock(mutex_);
+    bundleFiles_.push_back(path);
+    return path;
+  }
+
+  // A bundle is read once, when it is first trusted; later changes of the settings keep
+  // trusting what was read even if the file has gone since.
+  std::string loadBundle(const std::string& path) {
+    std::lock_guard lock(mutex_);
+    if (auto known = loadedBundles_.find(path); known != loadedBundles_.end()) return known->second;
+    std::string pem = readFile(path);
+    if (pem.find("-----BEGIN CERTIFICATE-----") == std::string::npos) {
+      throw std::invalid_argument("tavik: cannot read a PEM certificate from \"" + path + "\"");
+    }
+    return loadedBundles_.emplace(path, std::move(pem)).first->second;
   }
 
   transport::Stats stats() {
@@ -189,10 +218,8 @@ class HttpClient {
     curl_easy_setopt(easy, CURLOPT_MAXREDIRS, s.maxRedirects);
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
-    if (!t->settings->caBlob.empty()) {
-      curl_blob blob{const_cast<char*>(t->settings->caBlob.data()), t->settings->caBlob.size(),
-                     CURL_BLOB_NOCOPY};
-      curl_easy_setopt(easy, CURLOPT_CAINFO_BLOB, &blob);
+    if (!t->settings->caFile.empty()) {
+      curl_easy_setopt(easy, CURLOPT_CAINFO, t->settings->caFile.c_str());
     }
     curl_easy_setopt(easy, CURLOPT_TCP_KEEPALIVE, 1L);
     curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
@@ -294,6 +321,7 @@ class HttpClient {
       queued.swap(queue_);
     }
     for (auto& t : queued) t->promise.abandon();
+    for (const auto& file : bundleFiles_) ::unlink(file.c_str());
   }
 
   CURLM* multi_ = nullptr;
@@ -306,6 +334,8 @@ class HttpClient {
   std::shared_ptr<const EffectiveSettings> settings_;
   std::deque<std::unique_ptr<Transfer>> queue_;
   transport::Stats stats_;
+  std::map<std::string, std::string> loadedBundles_;
+  std::vector<std::string> bundleFiles_;
 
   // Owned by the I/O thread.
   std::unordered_set<Transfer*> active_;

@@ -1,0 +1,21 @@
+#pragma once
+
+// The whole public interface of tavik::core in one include.
+#include "tavik/ads/ad_fetcher.h"
+#include "tavik/ads/ad_models.h"
+#include "tavik/ads/ad_renderer.h"
+#include "tavik/ads/page_type.h"
+#include "tavik/ads/product_ads_filter.h"
+#include "tavik/ads/targeting.h"
+#include "tavik/core/config.h"
+#include "tavik/core/error.h"
+#include "tavik/core/future.h"
+#include "tavik/core/log.h"
+#include "tavik/core/tavik.h"
+#include "tavik/core/value.h"
+#include "tavik/events/event_vocabulary.h"
+#include "tavik/events/register_event.h"
+#include "tavik/events/tracking_params.h"
+#include "tavik/network/transport.h"
+#include "tavik/network/web_service.h"
+#include "tavik/version.h"
