@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# The main job: installs what is missing, builds, starts the local sandbox and runs a
+# short tour of the SDK against it (the quick-start program, then the `tavik` tool).
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
+tavik_install_packages
+cd "$TAVIK_ROOT"
+tavik_build build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTAVIK_BUILD_TESTS=OFF
+
+echo "== quick start: examples/quickstart.cpp against a sandbox it starts itself"
+build/examples/quickstart
+if [ -x tools/tour.sh ]; then
+  echo
+  echo "== tour: the tavik command-line tool against the sandbox"
+  tools/tour.sh build
+fi

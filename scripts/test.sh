@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# The test command: installs what is missing, builds, runs the whole suite.
+#   scripts/test.sh            the suite (and, under CI=true, the ASan+UBSan run and a short fuzz run)
+#   scripts/test.sh --asan     also the suite under AddressSanitizer + UndefinedBehaviorSanitizer
+#   scripts/test.sh --tsan     also the suite under ThreadSanitizer
+#   scripts/test.sh --fuzz     also every fuzz target for a few seconds
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
+tavik_install_packages
+
+asan=0 tsan=0 fuzz=0
+if [ "${CI:-}" = "true" ]; then asan=1 fuzz=1; fi
+for arg in "$@"; do
+  case "$arg" in
+    --asan) asan=1 ;;
+    --tsan) tsan=1 ;;
+    --fuzz) fuzz=1 ;;
+    *) echo "usage: scripts/test.sh [--asan] [--tsan] [--fuzz]" >&2; exit 2 ;;
+  esac
+done
+
+cd "$TAVIK_ROOT"
+jobs=$(nproc)
+
+run_suite() {
+  local dir=$1
+  shift
+  echo "== build $dir"
+  tavik_build "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTAVIK_BUILD_TESTS=ON "$@"
+  echo "== test $dir"
+  (cd "$dir" && ctest -j"$jobs" --timeout 300 --output-on-failure)
+}
+
+run_suite build
+if [ $asan -eq 1 ]; then
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    run_suite build-asan -DTAVIK_SANITIZE=address
+fi
+if [ $tsan -eq 1 ]; then
+  TSAN_OPTIONS=halt_on_error=1 run_suite build-tsan -DTAVIK_SANITIZE=thread
+fi
+if [ $fuzz -eq 1 ] && [ -x fuzz/run.sh ]; then
+  echo "== fuzz"
+  fuzz/run.sh "${TAVIK_FUZZ_SECONDS:-10}"
+fi
