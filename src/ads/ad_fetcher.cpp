@@ -20,6 +20,19 @@ void reportError(std::exception_ptr error, const ErrorHandler& onError) {
   if (onError) notify(onError, TavikError::fromException(std::move(error)));
 }
 
+Future<std::optional<nlohmann::json>> settle(const Future<nlohmann::json>& request,
+                                             ErrorHandler onError) {
+  return request.whenReady([onError = std::move(onError)](const Future<nlohmann::json>& answer)
+                               -> std::optional<nlohmann::json> {
+    try {
+      return answer.get();
+    } catch (...) {
+      reportError(std::current_exception(), onError);
+      return std::nullopt;
+    }
+  });
+}
+
 std::string describeOptional(const std::optional<std::string>& text) {
   return text ? "Optional(" + quoteText(*text) + ")" : "nil";
 }
@@ -86,16 +99,8 @@ AdFetcher::Result AdFetcher::send(Service service, const char* path, Parameters 
       detail::notify(onError, TavikError::badUrl());
       return Result::ready(std::nullopt);
     }
-    return webService_.request(*apiUrl.apiUrl, HTTPMethod::get, std::nullopt, {})
-        .whenReady([onError = std::move(onError)](
-                       const Future<nlohmann::json>& answer) -> std::optional<nlohmann::json> {
-          try {
-            return answer.get();
-          } catch (...) {
-            detail::reportError(std::current_exception(), onError);
-            return std::nullopt;
-          }
-        });
+    return detail::settle(webService_.request(*apiUrl.apiUrl, HTTPMethod::get, std::nullopt, {}),
+                          std::move(onError));
   } catch (...) {
     detail::reportError(std::current_exception(), onError);
     return Result::ready(std::nullopt);
@@ -209,16 +214,26 @@ AdFetcher::Result AdFetcher::fetchPlaHomePageAds(const std::string& cliUbid,
 
 // The product, purchase and category forms append to the host's own filter (or a new
 // one), so the host sees the appended values afterwards.
+AdFetcher::Result AdFetcher::appendAndFetch(
+    const std::string& cliUbid, PlaPageType pageType, std::int64_t productCount,
+    const StringList& values, ProductAdsFilter& (ProductAdsFilter::*append)(const StringList&),
+    std::optional<std::string> pageName, std::shared_ptr<ProductAdsFilter> filters,
+    ErrorHandler onError) {
+  if (!filters) filters = std::make_shared<ProductAdsFilter>();
+  ((*filters).*append)(values);
+  return fetchPlaAds(cliUbid, pageType, productCount, std::move(pageName), std::move(filters),
+                     std::move(onError));
+}
+
 AdFetcher::Result AdFetcher::fetchPlaProductPageAds(const std::string& cliUbid,
                                                     std::int64_t productCount,
                                                     const StringList& skuIds,
                                                     std::optional<std::string> pageName,
                                                     std::shared_ptr<ProductAdsFilter> filters,
                                                     ErrorHandler onError) {
-  if (!filters) filters = std::make_shared<ProductAdsFilter>();
-  filters->skuIds(skuIds);
-  return fetchPlaAds(cliUbid, PlaPageType::product, productCount, std::move(pageName),
-                     std::move(filters), std::move(onError));
+  return appendAndFetch(cliUbid, PlaPageType::product, productCount, skuIds,
+                        &ProductAdsFilter::skuIds, std::move(pageName), std::move(filters),
+                        std::move(onError));
 }
 
 AdFetcher::Result AdFetcher::fetchPlaPurchasePageAds(const std::string& cliUbid,
@@ -227,10 +242,9 @@ AdFetcher::Result AdFetcher::fetchPlaPurchasePageAds(const std::string& cliUbid,
                                                      std::optional<std::string> pageName,
                                                      std::shared_ptr<ProductAdsFilter> filters,
                                                      ErrorHandler onError) {
-  if (!filters) filters = std::make_shared<ProductAdsFilter>();
-  filters->skuIds(skuIds);
-  return fetchPlaAds(cliUbid, PlaPageType::purchase, productCount, std::move(pageName),
-                     std::move(filters), std::move(onError));
+  return appendAndFetch(cliUbid, PlaPageType::purchase, productCount, skuIds,
+                        &ProductAdsFilter::skuIds, std::move(pageName), std::move(filters),
+                        std::move(onError));
 }
 
 AdFetcher::Result AdFetcher::fetchPlaCategoryPageAds(const std::string& cliUbid,
@@ -239,10 +253,9 @@ AdFetcher::Result AdFetcher::fetchPlaCategoryPageAds(const std::string& cliUbid,
                                                      std::optional<std::string> pageName,
                                                      std::shared_ptr<ProductAdsFilter> filters,
                                                      ErrorHandler onError) {
-  if (!filters) filters = std::make_shared<ProductAdsFilter>();
-  filters->categories(categories);
-  return fetchPlaAds(cliUbid, PlaPageType::category, productCount, std::move(pageName),
-                     std::move(filters), std::move(onError));
+  return appendAndFetch(cliUbid, PlaPageType::category, productCount, categories,
+                        &ProductAdsFilter::categories, std::move(pageName), std::move(filters),
+                        std::move(onError));
 }
 
 std::unique_ptr<AdFetcherProtocol> TAVIK::adFetcher() const {

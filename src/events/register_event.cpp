@@ -59,16 +59,8 @@ RegisterEvent::Result RegisterEvent::send(TavikEventPath path, Parameters parame
       detail::notify(onError, TavikError::badUrl());
       return Result::ready(std::nullopt);
     }
-    return webService.request(*apiUrl.apiUrl, HTTPMethod::get, std::nullopt, {})
-        .whenReady(
-            [onError](const Future<nlohmann::json>& answer) -> std::optional<nlohmann::json> {
-              try {
-                return answer.get();
-              } catch (...) {
-                detail::reportError(std::current_exception(), onError);
-                return std::nullopt;
-              }
-            });
+    return detail::settle(webService.request(*apiUrl.apiUrl, HTTPMethod::get, std::nullopt, {}),
+                          onError);
   } catch (...) {
     detail::reportError(std::current_exception(), onError);
     return Result::ready(std::nullopt);

@@ -133,6 +133,11 @@ class AdFetcher : public AdFetcherProtocol {
  private:
   enum class Service { display, pla };
   Result send(Service service, const char* path, Parameters parameters, ErrorHandler onError);
+  Result appendAndFetch(const std::string& cliUbid, PlaPageType pageType, std::int64_t productCount,
+                        const StringList& values,
+                        ProductAdsFilter& (ProductAdsFilter::*append)(const StringList&),
+                        std::optional<std::string> pageName,
+                        std::shared_ptr<ProductAdsFilter> filters, ErrorHandler onError);
   void log(const std::string& text) const;
 
   Config config_;
@@ -144,6 +149,10 @@ namespace detail {
 /// badUrl, badResponse and the missing-endpoint cases as they are, anything else as
 /// `defaultError`. An exception thrown by the host's handler is swallowed.
 void reportError(std::exception_ptr error, const ErrorHandler& onError);
+/// The public result of a request: its response dictionary, or nothing after the error
+/// went to `reportError`.
+Future<std::optional<nlohmann::json>> settle(const Future<nlohmann::json>& request,
+                                             ErrorHandler onError);
 /// Calls `onError` (when given) with `error`, shielding the SDK from its exceptions.
 void notify(const ErrorHandler& onError, const TavikError& error);
 /// `Optional("text")` or `nil`, as the debug lines print optional strings.
