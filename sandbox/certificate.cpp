@@ -13,7 +13,14 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <map>
 #include <stdexcept>
 
@@ -76,6 +83,32 @@ std::string subjectAltNames(const std::vector<std::string>& names) {
     list += (ip ? "IP:" : "DNS:") + name;
   }
   return list;
+}
+
+void writeTemporaryFile(Certificate& certificate) {
+  std::error_code error;
+  std::filesystem::path dir = std::filesystem::temp_directory_path(error);
+  if (error) dir = "/tmp";
+  std::string path = (dir / "tavik-sandbox-XXXXXX.pem").string();
+  const int fd = mkstemps(path.data(), 4);
+  if (fd < 0) {
+    certificate.pemFileError = dir.string() + ": " + std::strerror(errno);
+    return;
+  }
+  std::size_t written = 0;
+  while (written < certificate.pem.size()) {
+    const ssize_t n =
+        ::write(fd, certificate.pem.data() + written, certificate.pem.size() - written);
+    if (n <= 0) break;
+    written += static_cast<std::size_t>(n);
+  }
+  ::close(fd);
+  if (written != certificate.pem.size()) {
+    std::remove(path.c_str());
+    certificate.pemFileError = path + ": write failed";
+    return;
+  }
+  certificate.pemFile = path;
 }
 
 Certificate* makeCertificate(const std::vector<std::string>& names) {
@@ -147,11 +180,13 @@ Certificate* makeCertificate(const std::vector<std::string>& names) {
   const long length = BIO_get_mem_data(bio, &data);
   certificate->pem.assign(data, static_cast<std::size_t>(length));
   BIO_free(bio);
+  writeTemporaryFile(*certificate);
 
   return certificate.release();
 }
 
 void freeCertificate(Certificate* certificate) {
+  if (!certificate->pemFile.empty()) std::remove(certificate->pemFile.c_str());
   X509_free(certificate->cert);
   EVP_PKEY_free(certificate->key);
   delete certificate;

@@ -5,7 +5,6 @@
 #include <openssl/ssl.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <httplib.h>
 
@@ -15,7 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
@@ -107,7 +105,6 @@ struct Sandbox::Impl {
   int port = 0;
   std::shared_ptr<const detail::Certificate> certificate;
   std::string certPath;
-  bool ownsCertFile = false;
 
   // Server lifecycle; `lifecycle` serialises start() and stop().
   std::mutex lifecycle;
@@ -347,30 +344,17 @@ struct Sandbox::Impl {
   }
 
   void writeCertificate() {
-    if (!options.certOut.empty()) {
-      certPath = options.certOut;
-      std::ofstream out(certPath, std::ios::binary | std::ios::trunc);
-      out << certificate->pem;
-      out.close();
-      if (!out) {
-        throw std::runtime_error("tavik-sandbox: cannot write the certificate to " + certPath);
+    if (options.certOut.empty()) {
+      // The process-wide file of this certificate: every sandbox with the same names
+      // reports the same path, and it stays valid until the process ends.
+      if (certificate->pemFile.empty()) {
+        throw std::runtime_error("tavik-sandbox: cannot write a temporary certificate file: " +
+                                 certificate->pemFileError);
       }
+      certPath = certificate->pemFile;
       return;
     }
-    if (certPath.empty()) {
-      std::error_code error;
-      auto dir = std::filesystem::temp_directory_path(error);
-      if (error) dir = "/tmp";
-      std::string pattern = (dir / "tavik-sandbox-XXXXXX.pem").string();
-      const int fd = mkstemps(pattern.data(), 4);
-      if (fd < 0) {
-        throw std::runtime_error("tavik-sandbox: cannot create a temporary certificate file in " +
-                                 dir.string() + ": " + std::strerror(errno));
-      }
-      ::close(fd);
-      certPath = pattern;
-      ownsCertFile = true;
-    }
+    certPath = options.certOut;
     std::ofstream out(certPath, std::ios::binary | std::ios::trunc);
     out << certificate->pem;
     out.close();
@@ -473,7 +457,6 @@ Sandbox::~Sandbox() {
     impl_->stop();
   } catch (...) {
   }
-  if (impl_->ownsCertFile) std::remove(impl_->certPath.c_str());
 }
 
 void Sandbox::start() {

@@ -43,6 +43,10 @@ struct Certificate {
   X509* cert = nullptr;
   EVP_PKEY* key = nullptr;
   std::string pem;  // the certificate in PEM form
+  /// A temporary file holding `pem`, removed when the process ends; empty (with the
+  /// reason in pemFileError) when it could not be written.
+  std::string pemFile;
+  std::string pemFileError;
 };
 
 /// The certificate for this set of subject alternative names, made on first use and

@@ -67,8 +67,10 @@ struct ScriptedAnswer {
 };
 
 struct Options {
-  int port = 0;               // 0 = pick a free port
-  std::string certOut;        // where to write the PEM certificate; empty = a temp file
+  int port = 0;  // 0 = pick a free port
+  // Where to write the PEM certificate; empty = a temporary file shared by every sandbox of
+  // the process with the same certNames, removed when the process ends.
+  std::string certOut;
   std::string catalogueFile;  // JSON file replacing the built-in catalogue; empty = built-in
   std::vector<std::string> certNames = {"localhost", "127.0.0.1"};  // SAN entries (DNS or IP)
   std::function<void(const RecordedRequest&)> onRequest;  // called for every recorded request
@@ -94,7 +96,7 @@ class Sandbox {
 
   int port() const;
   std::string baseUrl() const;   // "https://127.0.0.1:PORT"
-  std::string certPath() const;  // PEM file clients must trust
+  std::string certPath() const;  // PEM file clients must trust (set by start())
 
   /// Every request except the admin ones, in arrival order.
   std::vector<RecordedRequest> requests() const;
