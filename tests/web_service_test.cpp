@@ -195,6 +195,7 @@ TEST_F(WebServiceHttps, PostCarriesParametersAsJsonAndDeleteCarriesNone) {
 }
 
 TEST_F(WebServiceHttps, HundredServicesShareAFewWarmConnections) {
+  const auto opened = transport::stats().connectionsOpened;
   std::vector<Future<nlohmann::json>> inflight;
   for (int i = 0; i < 100; ++i) {
     WebService own(false);  // a new service per request, as the registrar does
@@ -204,7 +205,7 @@ TEST_F(WebServiceHttps, HundredServicesShareAFewWarmConnections) {
   for (auto& f : inflight) EXPECT_EQ(await(f)["response"]["code"], 200);
   EXPECT_EQ(env.server().requests().size(), 100u);
   EXPECT_LE(env.server().connectionCount(), 6u);
-  EXPECT_LE(transport::stats().connectionsOpened, 6u);
+  EXPECT_LE(transport::stats().connectionsOpened - opened, 6u);
 
   // Sequential requests after the burst reuse what is already open.
   const auto before = transport::stats().connectionsOpened;

@@ -1,5 +1,7 @@
 #include "tavik/ads/ad_models.h"
 
+#include "network/json_text.h"
+
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -377,43 +379,17 @@ Document document(const json& root, Path& path, DecodeAd decodeAd) {
 // ---------------------------------------------------------------------------------------
 // Entry points
 
-// Refuses, before parsing, what the parser would mishandle or what would be costly to
-// hold: nesting deeper than the limit (the parser is iterative, but an unbounded depth
-// still costs memory per level and defeats anything that walks the value recursively
-// later, such as printing it) and NUL bytes (the parser takes one for the end of the
-// input and would ignore whatever follows; JSON text never contains one).
-//
-// One linear pass that follows strings and escapes the way the parser's lexer does, so
-// up to the point where the parser would stop, its nesting is never deeper than the one
-// counted here. (The parser's own callback could count depth too, but its callback mode
-// gets slower per value as documents grow.)
+// Refuses, before parsing, what the parser would mishandle: too deep nesting and NUL
+// bytes (see detail::scanJson).
 void precheck(std::string_view text) {
-  int depth = 0;
-  bool inString = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (c == '\0') {
-      throw DecodingError("", "invalid JSON: NUL byte at offset " + std::to_string(i));
-    }
-    if (inString) {
-      if (c == '\\') {
-        ++i;  // the escaped character, which may be a quote
-      } else if (c == '"') {
-        inString = false;
-      }
-      continue;
-    }
-    if (c == '"') {
-      inString = true;
-    } else if (c == '[' || c == '{') {
-      if (++depth > kMaxJsonNestingDepth) {
-        throw DecodingError("", "invalid JSON: nested deeper than " +
-                                    std::to_string(kMaxJsonNestingDepth) + " levels at offset " +
-                                    std::to_string(i));
-      }
-    } else if ((c == ']' || c == '}') && depth > 0) {
-      --depth;
-    }
+  const detail::JsonScan scan = detail::scanJson(text, kMaxJsonNestingDepth);
+  if (scan.nulAt != detail::JsonScan::npos) {
+    throw DecodingError("", "invalid JSON: NUL byte at offset " + std::to_string(scan.nulAt));
+  }
+  if (scan.tooDeepAt != detail::JsonScan::npos) {
+    throw DecodingError("", "invalid JSON: nested deeper than " +
+                                std::to_string(kMaxJsonNestingDepth) + " levels at offset " +
+                                std::to_string(scan.tooDeepAt));
   }
 }
 

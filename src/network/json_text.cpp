@@ -4,41 +4,54 @@
 
 namespace tavik::detail {
 
-std::size_t jsonDepth(std::string_view text, std::size_t limit) {
+JsonScan scanJson(std::string_view text, std::size_t maxDepth) {
+  JsonScan scan;
   std::size_t depth = 0;
-  std::size_t deepest = 0;
   bool inString = false;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
+    if (c == '\0') {
+      scan.nulAt = i;
+      return scan;
+    }
     if (inString) {
       if (c == '\\') {
-        ++i;
+        ++i;  // the escaped character, which may be a quote
       } else if (c == '"') {
         inString = false;
       }
     } else if (c == '"') {
       inString = true;
     } else if (c == '[' || c == '{') {
-      if (++depth > deepest) {
-        deepest = depth;
-        if (deepest > limit) return deepest;
+      if (++depth > scan.deepest) scan.deepest = depth;
+      if (depth > maxDepth) {
+        scan.tooDeepAt = i;
+        return scan;
       }
     } else if ((c == ']' || c == '}') && depth > 0) {
       --depth;
     }
   }
-  return deepest;
+  return scan;
+}
+
+std::size_t jsonDepth(std::string_view text, std::size_t limit) {
+  return scanJson(text, limit).deepest;
 }
 
 nlohmann::json parseJsonContainer(std::string_view text) {
   using parse_error = nlohmann::json::parse_error;
-  if (jsonDepth(text) > kMaxJsonDepth) {
+  const JsonScan scan = scanJson(text);
+  if (scan.tooDeepAt != JsonScan::npos) {
     throw parse_error::create(
-        101, 0,
+        101, scan.tooDeepAt,
         "syntax error: JSON nested deeper than " + std::to_string(kMaxJsonDepth) + " levels",
         nullptr);
   }
-  nlohmann::json parsed = nlohmann::json::parse(text);
+  if (scan.nulAt != JsonScan::npos) {
+    throw parse_error::create(101, scan.nulAt, "syntax error: NUL byte in JSON text", nullptr);
+  }
+  nlohmann::json parsed = nlohmann::json::parse(text.begin(), text.end());
   if (!parsed.is_object() && !parsed.is_array()) {
     throw parse_error::create(101, 0,
                               std::string("syntax error: the answer is a JSON ") +

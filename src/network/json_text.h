@@ -11,11 +11,26 @@ namespace tavik::detail {
 /// refused before parsing: serialising it again would recurse that deep.
 inline constexpr std::size_t kMaxJsonDepth = 512;
 
-/// Nesting depth of JSON text (brackets outside strings), stopping early past `limit`.
+/// What a linear pre-scan of JSON text finds that the parser would mishandle: nesting
+/// deeper than the limit (parsing is iterative, but serialising or walking the value
+/// again recurses) and NUL bytes (the parser takes one for the end of the input and
+/// ignores what follows). The scan follows strings and escapes the way the parser's
+/// lexer does. Offsets are `npos` when nothing was found.
+struct JsonScan {
+  static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+  std::size_t tooDeepAt = npos;
+  std::size_t nulAt = npos;
+  /// Deepest nesting seen before the scan stopped (at most `maxDepth` + 1).
+  std::size_t deepest = 0;
+  bool ok() const { return tooDeepAt == npos && nulAt == npos; }
+};
+JsonScan scanJson(std::string_view text, std::size_t maxDepth = kMaxJsonDepth);
+/// Nesting depth of JSON text up to the first NUL byte, stopping early past `limit`.
 std::size_t jsonDepth(std::string_view text, std::size_t limit = kMaxJsonDepth);
 
 /// Parses an answer body that must be a JSON object or array. Throws
-/// `nlohmann::json::parse_error` for malformed text, a bare scalar or too deep nesting.
+/// `nlohmann::json::parse_error` for malformed text, a bare scalar, too deep nesting or
+/// a NUL byte.
 nlohmann::json parseJsonContainer(std::string_view text);
 
 }  // namespace tavik::detail
