@@ -51,7 +51,13 @@ nlohmann::json parseJsonContainer(std::string_view text) {
   if (scan.nulAt != JsonScan::npos) {
     throw parse_error::create(101, scan.nulAt, "syntax error: NUL byte in JSON text", nullptr);
   }
-  nlohmann::json parsed = nlohmann::json::parse(text.begin(), text.end());
+  nlohmann::json parsed;
+  try {
+    parsed = nlohmann::json::parse(text.begin(), text.end());
+  } catch (const nlohmann::json::out_of_range& e) {
+    // A number beyond a double's range: malformed for this purpose, reported as such.
+    throw parse_error::create(101, 0, std::string("syntax error: ") + e.what(), nullptr);
+  }
   if (!parsed.is_object() && !parsed.is_array()) {
     throw parse_error::create(101, 0,
                               std::string("syntax error: the answer is a JSON ") +

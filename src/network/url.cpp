@@ -24,6 +24,8 @@ std::string part(CURLU* handle, CURLUPart which) {
 }  // namespace
 
 std::optional<Url> Url::parse(std::string_view text) {
+  // libcurl reads C strings: text after a NUL byte would silently be dropped.
+  if (text.find('\0') != std::string_view::npos) return std::nullopt;
   UrlHandle handle(curl_url());
   if (!handle) return std::nullopt;
   const std::string input(text);
