@@ -79,8 +79,8 @@ for target in $targets; do
     failed=1
     crash="$(ls -t "$artifacts" 2>/dev/null | head -1)"
     result="CRASH (exit $status${crash:+, input $artifacts/$crash}, log $log)"
-    grep -E 'CONTRACT VIOLATION|ERROR: (AddressSanitizer|libFuzzer)|runtime error' -A2 "$log" |
-      head -n 12 >&2
+    grep -E 'CONTRACT VIOLATION|ERROR: (AddressSanitizer|libFuzzer)|runtime error' -A1 "$log" |
+      head -n 6 | sed 's/^/   | /'
   fi
   summary+=("$(printf '%-20s %-6s execs=%-9s cov=%-6s ft=%-6s corpus=%-5s %s' "$target" \
     "${seconds}s" "${runs:-?}" "${cov:-?}" "${ft:-?}" "${corp:-?}" "$result")")
