@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "network/json_text.h"
 #include "tavik/core/error.h"
 
 namespace tavik {
@@ -82,6 +83,15 @@ std::string encodeConfig(const Config& config) {
 }
 
 Config decodeConfig(const std::string& jsonText) {
+  // The parser would stop at a NUL byte and ignore the rest; refuse it, and absurd depth.
+  const detail::JsonScan scan = detail::scanJson(jsonText);
+  if (scan.nulAt != detail::JsonScan::npos) {
+    throw DecodingError("", "invalid JSON: NUL byte at offset " + std::to_string(scan.nulAt));
+  }
+  if (scan.tooDeepAt != detail::JsonScan::npos) {
+    throw DecodingError(
+        "", "invalid JSON: nested too deep at offset " + std::to_string(scan.tooDeepAt));
+  }
   nlohmann::json json = nlohmann::json::parse(jsonText, nullptr, false);
   if (json.is_discarded()) throw DecodingError("", "invalid JSON");
   return json.get<Config>();
