@@ -28,10 +28,11 @@ fi
 
 if [ ! -f "$build/build.ninja" ] && [ ! -f "$build/Makefile" ]; then
   echo "== configuring $build"
+  mkdir -p "$build"
   CC="${CC:-clang}" CXX="${CXX:-clang++}" cmake -S "$repo" -B "$build" -G Ninja \
     -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTAVIK_BUILD_FUZZ=ON -DTAVIK_BUILD_TESTS=OFF \
-    -DTAVIK_SANITIZE=address >"$build.configure.log" 2>&1 || {
-    cat "$build.configure.log" >&2
+    -DTAVIK_SANITIZE=address >"$build/configure.log" 2>&1 || {
+    cat "$build/configure.log" >&2
     echo "configure failed" >&2
     exit 2
   }
