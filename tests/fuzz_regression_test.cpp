@@ -77,9 +77,8 @@ TEST(FuzzRegressionAnswerBody, AdsDecodersReportNumberOverflowAsInvalidJson) {
 // fuzz_config, crash-33497ec48f492221583ac4fc952d2c477f9c802b: a whole configuration
 // followed by NUL bytes decoded. The JSON parser takes a NUL for the end of the input, so
 // whatever follows one was never looked at.
-//
-// KNOWN FAILING until src/core/config.cpp is fixed: decodeConfig must refuse text with a
-// NUL byte (no JSON text has one) like any other malformed text.
+// decodeConfig now refuses text with a NUL byte (no JSON text has one) like any other
+// malformed text.
 TEST(FuzzRegressionConfig, TextAfterANulByteIsNotIgnored) {
   for (const std::string_view text : {"{\"clientId\":\"c\",\"debug\":false}\0\0\0"sv,
                                       "{\"clientId\":\"c\",\"debug\":false}\0,\"plaAds\":[]}"sv,
