@@ -6,6 +6,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 
 #include "bench_support.h"
@@ -88,6 +89,10 @@ void BM_EventBurst(benchmark::State& state) {
   state.counters["throughput_ratio"] = rawSide.seconds / sdkSide.seconds;
   // Less sensitive to a load spike from outside than the ratio of the totals.
   state.counters["throughput_ratio_median_pair"] = median(pairRatios);
+  state.counters["throughput_ratio_min_pair"] =
+      *std::min_element(pairRatios.begin(), pairRatios.end());
+  state.counters["throughput_ratio_max_pair"] =
+      *std::max_element(pairRatios.begin(), pairRatios.end());
   state.counters["sdk_fire_ms"] = 1e3 * sdkSide.fireSeconds / bursts;
   state.counters["raw_fire_ms"] = 1e3 * rawSide.fireSeconds / bursts;
   state.counters["sdk_cpu_us_per_event"] = 1e6 * sdkSide.cpuSeconds / events;

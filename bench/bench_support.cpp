@@ -224,7 +224,7 @@ struct RawTransfer {
 };
 }  // namespace
 
-RawMulti::RawMulti() {
+RawMulti::RawMulti(std::function<void(CURL*)> configure) : configure_(std::move(configure)) {
   multi_ = curl_multi_init();
   curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS,
                     transport::settings().maxConnectionsPerHost);
@@ -240,9 +240,32 @@ void RawMulti::addEvents(std::size_t count) {
     auto* transfer = new RawTransfer;
     transfer->easy = curl_easy_init();
     setRawOptions(transfer->easy, prefix + eventQueryAt(nowMs()), &transfer->body);
+    if (configure_) configure_(transfer->easy);
     curl_easy_setopt(transfer->easy, CURLOPT_PRIVATE, transfer);
     curl_multi_add_handle(multi_, transfer->easy);
   }
+}
+
+std::size_t RawMulti::reap(Result& result) {
+  std::size_t finished = 0;
+  int pending = 0;
+  while (CURLMsg* message = curl_multi_info_read(multi_, &pending)) {
+    if (message->msg != CURLMSG_DONE) continue;
+    RawTransfer* transfer = nullptr;
+    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
+    long status = 0;
+    long connects = 0;
+    curl_easy_getinfo(transfer->easy, CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(transfer->easy, CURLINFO_NUM_CONNECTS, &connects);
+    const bool ok = message->data.result == CURLE_OK && status == 200;
+    (ok ? result.ok : result.failed) += 1;
+    result.connects += connects;
+    curl_multi_remove_handle(multi_, transfer->easy);
+    curl_easy_cleanup(transfer->easy);
+    delete transfer;
+    ++finished;
+  }
+  return finished;
 }
 
 RawMulti::Result RawMulti::drive() {
@@ -250,23 +273,24 @@ RawMulti::Result RawMulti::drive() {
   int running = 1;
   while (running > 0) {
     curl_multi_perform(multi_, &running);
-    int pending = 0;
-    while (CURLMsg* message = curl_multi_info_read(multi_, &pending)) {
-      if (message->msg != CURLMSG_DONE) continue;
-      RawTransfer* transfer = nullptr;
-      curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
-      long status = 0;
-      long connects = 0;
-      curl_easy_getinfo(transfer->easy, CURLINFO_RESPONSE_CODE, &status);
-      curl_easy_getinfo(transfer->easy, CURLINFO_NUM_CONNECTS, &connects);
-      const bool ok = message->data.result == CURLE_OK && status == 200;
-      (ok ? result.ok : result.failed) += 1;
-      result.connects += connects;
-      curl_multi_remove_handle(multi_, transfer->easy);
-      curl_easy_cleanup(transfer->easy);
-      delete transfer;
-    }
+    reap(result);
     if (running > 0) curl_multi_poll(multi_, nullptr, 0, 1000, nullptr);
+  }
+  return result;
+}
+
+RawMulti::Result RawMulti::burstCapped(std::size_t count, std::size_t maxInMulti) {
+  Result result;
+  std::size_t added = 0, inMulti = 0;
+  while (added < count || inMulti > 0) {
+    const std::size_t room = std::min(count - added, maxInMulti - std::min(maxInMulti, inMulti));
+    addEvents(room);
+    added += room;
+    inMulti += room;
+    int running = 0;
+    curl_multi_perform(multi_, &running);
+    inMulti -= reap(result);
+    if (inMulti > 0) curl_multi_poll(multi_, nullptr, 0, 1000, nullptr);
   }
   return result;
 }

@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -69,7 +70,8 @@ void setRawOptions(CURL* easy, const std::string& url, std::string* body);
 /// The multi handle outlives bursts, as the SDK's does, so both keep warm connections.
 class RawMulti {
  public:
-  RawMulti();
+  /// `configure` sets further options on every easy handle after the plain ones.
+  explicit RawMulti(std::function<void(CURL*)> configure = nullptr);
   ~RawMulti();
   RawMulti(const RawMulti&) = delete;
   RawMulti& operator=(const RawMulti&) = delete;
@@ -90,11 +92,17 @@ class RawMulti {
   Result burst(std::size_t count) {
     return burst(count, [] {});
   }
+  /// The same GETs, but never more than `maxInMulti` of them in the multi handle at once:
+  /// the rest wait in this process's own queue until a transfer finishes.
+  Result burstCapped(std::size_t count, std::size_t maxInMulti);
 
  private:
   void addEvents(std::size_t count);
+  // Reaps finished transfers into `result`; returns how many finished.
+  std::size_t reap(Result& result);
   Result drive();
   CURLM* multi_ = nullptr;
+  std::function<void(CURL*)> configure_;
 };
 
 // ---- process figures ------------------------------------------------------------------

@@ -23,7 +23,8 @@ LOAD_START="$(cut -d' ' -f1-3 /proc/loadavg)"
 log "building (Release) in $BUILD"
 cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTAVIK_BUILD_BENCH=ON \
   -DTAVIK_BUILD_TESTS=OFF >/dev/null
-cmake --build "$BUILD" --target tavik_bench_net tavik_bench_decode tavik_bench_memory tavik-sandbox
+cmake --build "$BUILD" --target tavik_bench_net tavik_bench_decode tavik_bench_memory \
+  tavik_bench_transport_parts tavik-sandbox
 
 if ! command -v nginx >/dev/null && [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null; then
   log "installing nginx-light"
@@ -87,6 +88,9 @@ if [ -n "$NGINX" ]; then
   log "network benchmarks against nginx"
   "$BUILD/bench/tavik_bench_net" "${NET[@]}" --benchmark_out="$RESULTS/net-nginx.json" \
     --benchmark_out_format=json
+  log "transport breakdown (raw libcurl) against nginx"
+  "$BUILD/bench/tavik_bench_transport_parts" "${NET[@]}" \
+    --benchmark_out="$RESULTS/transport-parts.json" --benchmark_out_format=json
   log "memory benchmark against nginx"
   "$BUILD/bench/tavik_bench_memory" "${NET[@]}" --benchmark_out="$RESULTS/memory.json" \
     --benchmark_out_format=json
@@ -183,6 +187,7 @@ if net:
         row("2. 10,000 events: throughput (all bursts)", fmt(e["sdk_events_per_s"], 0) + "/s", fmt(e["raw_events_per_s"], 0) + "/s",
             fmt(e["throughput_ratio"], 2) + "x", ">= 0.90x", e["throughput_ratio"] >= 0.9)
         row("   median of back-to-back burst pairs", "", "", fmt(e["throughput_ratio_median_pair"], 2) + "x", ">= 0.90x", e["throughput_ratio_median_pair"] >= 0.9)
+        row("   lowest / highest pair", "", "", fmt(e["throughput_ratio_min_pair"], 2) + "x / " + fmt(e["throughput_ratio_max_pair"], 2) + "x", "", None)
         row("   TLS connections opened (all bursts)", fmt(e["sdk_connections"], 0), fmt(e["raw_connections"], 0), "",
             "SDK <= raw", e["sdk_connections"] <= e["raw_connections"])
         row("   client CPU per event", fmt(e["sdk_cpu_us_per_event"]) + " us", fmt(e["raw_cpu_us_per_event"]) + " us",
@@ -208,6 +213,8 @@ if memory:
         bursts = sorted(int(k[5:].split("_")[0]) for k in m if k.startswith("burst") and k.endswith("_peak_MiB"))
         row("4. peak RSS rise, 10,000 in flight", fmt(m["sdk_peak_delta_MiB"]) + " MiB", fmt(m["raw_peak_delta_MiB"]) + " MiB",
             fmt(m["peak_ratio"], 2) + "x", "", None)
+        if "raw_capped_peak_delta_MiB" in m:
+            row("   raw, at most 12 in the multi at once", "", fmt(m["raw_capped_peak_delta_MiB"]) + " MiB", "", "", None)
         row("   live heap growth over bursts", fmt(m["live_heap_growth_MiB"], 2) + " MiB", "", "", "~0", abs(m["live_heap_growth_MiB"]) < 1.0)
         for n in bursts:
             row(f"   burst {n}: in flight / peak / after (RSS)",
@@ -219,6 +226,27 @@ widths = [max(len(str(r[i])) for r in rows + [("figure", "SDK", "raw libcurl", "
 header = ("figure", "SDK", "raw libcurl", "ratio", "target", "")
 for r in [header] + rows:
     print("  ".join(str(c).ljust(w) for c, w in zip(r, widths)).rstrip())
+
+parts = load("transport-parts.json")
+if parts:
+    p = parts[0]
+    print()
+    print("transport breakdown (raw libcurl only, same server; what each thing the SDK's transport does costs):")
+    if "request_parts" in p:
+        r = p["request_parts"]
+        print(f"  one request: reused easy {fmt(r['reused_easy_us'])} us; new easy on a multi {fmt(r['multi_new_easy_us'])} us;"
+              f" + CA blob {fmt(r['multi_ca_blob_us'])} us (+{fmt(r['ca_blob_cost_us'])});"
+              f" driven by an I/O thread {fmt(r['io_thread_handoff_us'])} us (+{fmt(r['handoff_cost_us'])})")
+    if "burst_feeding_10000" in p:
+        b = p["burst_feeding_10000"]
+        print("  10,000-GET burst on one multi handle (CPU per event, throughput):")
+        for key, label in (("all_ca_file", "all added at once, CA file (the raw baseline)"),
+                           ("all_ca_blob", "all added at once, CA blob"),
+                           ("capped_ca_file", f"at most {int(b['cap'])} in the multi at once, CA file")):
+            print(f"    {label:<48} {fmt(b[key + '_cpu_us_per_event']):>7} us  {fmt(b[key + '_events_per_s'], 0):>7}/s")
+    if "new_connection" in p:
+        c = p["new_connection"]
+        print(f"  new TLS connection: CA file {fmt(c['ca_file_ms'], 2)} ms; CA blob ({fmt(c['blob_pem_kib'], 0)} KiB of PEM) {fmt(c['ca_blob_ms'], 2)} ms")
 
 sandbox = load("net-sandbox.json")
 if sandbox and load("net-nginx.json"):
