@@ -115,8 +115,13 @@ TEST(AdModelsDecode, IntegerBoundaries) {
   EXPECT_EQ(rankOf("9223372036854775807"), std::numeric_limits<std::int64_t>::max());
   EXPECT_EQ(rankOf("-9223372036854775808"), std::numeric_limits<std::int64_t>::min());
   EXPECT_EQ(rankOf("0"), 0);
-  for (const char* bad : {"9223372036854775808", "18446744073709551615", "99999999999999999999",
-                          "1e400", "-1e400", "1.0", "1e2", "1.5", "\"1\"", "true", "[1]", "{}"}) {
+  // An integral value written with a fraction or an exponent is still an integer.
+  EXPECT_EQ(rankOf("1.0"), 1);
+  EXPECT_EQ(rankOf("1e2"), 100);
+  EXPECT_EQ(rankOf("-2.0"), -2);
+  for (const char* bad :
+       {"9223372036854775808", "18446744073709551615", "99999999999999999999", "1e400", "-1e400",
+        "9.3e18", "1.5", "1e-2", "\"1\"", "true", "[1]", "{}"}) {
     EXPECT_THROW(rankOf(bad), DecodingError) << bad;
   }
 }
@@ -136,10 +141,10 @@ TEST(AdModelsErrors, MessagesNameProblemAndPath) {
   ad["rank"] = 1.5;
   EXPECT_EQ(adsError(withAd(ad)),
             "expected an integer but found number 1.5 at ads.au_home[1].rank");
-  ad["rank"] = 1.0;
+  ad["rank"] = 1e19;
   EXPECT_EQ(adsError(withAd(ad)),
-            "expected an integer but found number 1.0 (write integers without a decimal point or "
-            "exponent) at ads.au_home[1].rank");
+            "expected an integer but found number 1e+19 (outside the 64-bit integer range) at "
+            "ads.au_home[1].rank");
   ad["rank"] = 2;
   ad["elements"]["height"] = true;
   EXPECT_EQ(adsError(withAd(ad)),

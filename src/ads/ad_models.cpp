@@ -197,14 +197,16 @@ std::int64_t integerValue(const json& value, const Path& path, std::string_view 
                 key);
     }
     case json::value_t::number_float: {
+      // A number written with a fraction or an exponent is still an integer when its
+      // value is integral (1.0, 1e2), as JSON decoders commonly accept; 1.5 is not.
       const double number = *value.get_ptr<const json::number_float_t*>();
-      std::string hint;
       if (std::isfinite(number) && std::trunc(number) == number) {
-        hint = number >= kTwoTo63 || number < -kTwoTo63
-                   ? " (outside the 64-bit integer range)"
-                   : " (write integers without a decimal point or exponent)";
+        if (number < kTwoTo63 && number >= -kTwoTo63) return static_cast<std::int64_t>(number);
+        path.fail("expected an integer but found number " + value.dump() +
+                      " (outside the 64-bit integer range)",
+                  key);
       }
-      path.fail("expected an integer but found number " + value.dump() + hint, key);
+      path.fail("expected an integer but found number " + value.dump(), key);
     }
     default:
       path.fail("expected an integer but found " + describe(value), key);
