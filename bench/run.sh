@@ -36,6 +36,7 @@ if [ -z "$NGINX" ] && [ -x /usr/sbin/nginx ]; then NGINX=/usr/sbin/nginx; fi
 RUN="$(mktemp -d /tmp/tavik-bench.XXXXXX)"
 chmod 755 "$RUN"  # nginx workers run as an unprivileged user and must read the answers
 mkdir -p "$RUN/www" "$RUN/tmp" "$RESULTS"
+rm -f "$RESULTS"/*.json "$RESULTS/summary.txt"  # never report a figure from an earlier run
 SANDBOX_PID=""
 cleanup() {
   if [ -f "$RUN/nginx.pid" ]; then kill "$(cat "$RUN/nginx.pid")" 2>/dev/null || true; fi
@@ -53,7 +54,7 @@ wait_for_port() {  # port
   return 1
 }
 
-NET=(--benchmark_counters_tabular=false --benchmark_format=console)
+BENCH_ARGS=(--benchmark_format=console)
 
 SERVER_NOTE=""
 if [ -n "$NGINX" ]; then
@@ -86,13 +87,13 @@ if [ -n "$NGINX" ]; then
   export TAVIK_BENCH_SERVER_PIDS
 
   log "network benchmarks against nginx"
-  "$BUILD/bench/tavik_bench_net" "${NET[@]}" --benchmark_out="$RESULTS/net-nginx.json" \
+  "$BUILD/bench/tavik_bench_net" "${BENCH_ARGS[@]}" --benchmark_out="$RESULTS/net-nginx.json" \
     --benchmark_out_format=json
   log "transport breakdown (raw libcurl) against nginx"
-  "$BUILD/bench/tavik_bench_transport_parts" "${NET[@]}" \
+  "$BUILD/bench/tavik_bench_transport_parts" "${BENCH_ARGS[@]}" \
     --benchmark_out="$RESULTS/transport-parts.json" --benchmark_out_format=json
   log "memory benchmark against nginx"
-  "$BUILD/bench/tavik_bench_memory" "${NET[@]}" --benchmark_out="$RESULTS/memory.json" \
+  "$BUILD/bench/tavik_bench_memory" "${BENCH_ARGS[@]}" --benchmark_out="$RESULTS/memory.json" \
     --benchmark_out_format=json
 else
   SERVER_NOTE="nginx is not installed: the sandbox is the only server"
@@ -113,10 +114,10 @@ if [ "${TAVIK_BENCH_SKIP_SANDBOX:-0}" != 1 ] || [ -z "$NGINX" ]; then
   export TAVIK_BENCH_SERVER="${BASE#https://}" TAVIK_BENCH_CA="$RUN/sandbox-cert.pem"
   export TAVIK_BENCH_SERVER_KIND="sandbox" TAVIK_BENCH_SERVER_PIDS="$SANDBOX_PID"
   log "network benchmarks against tavik-sandbox"
-  "$BUILD/bench/tavik_bench_net" "${NET[@]}" --benchmark_out="$RESULTS/net-sandbox.json" \
+  "$BUILD/bench/tavik_bench_net" "${BENCH_ARGS[@]}" --benchmark_out="$RESULTS/net-sandbox.json" \
     --benchmark_out_format=json
   if [ -z "$NGINX" ]; then
-    "$BUILD/bench/tavik_bench_memory" "${NET[@]}" --benchmark_out="$RESULTS/memory.json" \
+    "$BUILD/bench/tavik_bench_memory" "${BENCH_ARGS[@]}" --benchmark_out="$RESULTS/memory.json" \
       --benchmark_out_format=json
   fi
   kill "$SANDBOX_PID" 2>/dev/null || true
@@ -125,7 +126,7 @@ if [ "${TAVIK_BENCH_SKIP_SANDBOX:-0}" != 1 ] || [ -z "$NGINX" ]; then
 fi
 
 log "decoding benchmark"
-"$BUILD/bench/tavik_bench_decode" "${NET[@]}" --benchmark_out="$RESULTS/decode.json" \
+"$BUILD/bench/tavik_bench_decode" "${BENCH_ARGS[@]}" --benchmark_out="$RESULTS/decode.json" \
   --benchmark_out_format=json
 
 log "summary"
