@@ -14,6 +14,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "tavik/core/error.h"
@@ -60,6 +61,7 @@ struct EffectiveSettings {
 
 struct Transfer {
   HttpRequest request;
+  std::string origin;  // scheme://host[:port], the lane it waits in
   Promise<HttpResponse> promise;
   std::shared_ptr<const EffectiveSettings> settings;
   std::string body;
@@ -68,6 +70,13 @@ struct Transfer {
   char errorBuffer[CURL_ERROR_SIZE] = {0};
   CURL* easy = nullptr;
 };
+
+// "https://host:port" of an address: what connections are shared by.
+std::string originOf(const std::string& url) {
+  const auto scheme = url.find("://");
+  if (scheme == std::string::npos) return url;
+  return url.substr(0, url.find_first_of("/?#", scheme + 3));
+}
 
 size_t writeBody(char* data, size_t size, size_t count, void* user) {
   auto* transfer = static_cast<Transfer*>(user);
@@ -96,6 +105,7 @@ class HttpClient {
   Future<HttpResponse> send(HttpRequest request) {
     auto transfer = std::make_unique<Transfer>();
     transfer->request = std::move(request);
+    transfer->origin = originOf(transfer->request.url);
     Future<HttpResponse> future = transfer->promise.get_future();
     {
       std::lock_guard lock(mutex_);
@@ -190,12 +200,14 @@ class HttpClient {
                       std::max(16L, settings.maxConnectionsPerHost * 4));
   }
 
-  void start(std::unique_ptr<Transfer> transfer) {
+  // Hands a transfer to libcurl. On failure the transfer is completed with its error
+  // and false is returned.
+  bool start(std::unique_ptr<Transfer> transfer) {
     CURL* easy = curl_easy_init();
     if (!easy) {
       transfer->promise.set_exception(
           std::make_exception_ptr(TransportError(CURLE_OUT_OF_MEMORY, "cannot create a request")));
-      return;
+      return false;
     }
     Transfer* t = transfer.get();
     t->easy = easy;
@@ -222,7 +234,6 @@ class HttpClient {
       curl_easy_setopt(easy, CURLOPT_CAINFO, t->settings->caFile.c_str());
     }
     curl_easy_setopt(easy, CURLOPT_TCP_KEEPALIVE, 1L);
-    curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
     // Wait for a connection that can multiplex instead of opening another one.
     curl_easy_setopt(easy, CURLOPT_PIPEWAIT, 1L);
     for (const auto& [name, value] : r.headers) {
@@ -240,9 +251,41 @@ class HttpClient {
     }
     if (curl_multi_add_handle(multi_, easy) != CURLM_OK) {
       finish(std::move(transfer), CURLE_FAILED_INIT);
-      return;
+      return false;
     }
     active_.insert(transfer.release());
+    return true;
+  }
+
+  // Each origin admits at most twice its connection limit into the multi handle; the
+  // rest wait in its lane. Thousands of transfers inside libcurl at once cost far more
+  // CPU and memory per request than a short queue in front of it, and keeping a few
+  // more than the connections keeps every connection busy.
+  void admit(std::unique_ptr<Transfer> transfer) {
+    Lane& lane = lanes_[transfer->origin];
+    const long cap = std::max(1L, transfer->settings->settings.maxConnectionsPerHost * 2);
+    if (lane.active < cap) {
+      if (start(std::move(transfer))) ++lane.active;
+    } else {
+      lane.waiting.push_back(std::move(transfer));
+    }
+  }
+
+  // A transfer of `origin` ended: let the next waiting one of that lane in.
+  void release(const std::string& origin) {
+    auto it = lanes_.find(origin);
+    if (it == lanes_.end()) return;
+    Lane& lane = it->second;
+    --lane.active;
+    while (!lane.waiting.empty()) {
+      auto next = std::move(lane.waiting.front());
+      lane.waiting.pop_front();
+      if (start(std::move(next))) {
+        ++lane.active;
+        break;
+      }
+    }
+    if (lane.active == 0 && lane.waiting.empty()) lanes_.erase(it);
   }
 
   void finish(std::unique_ptr<Transfer> t, CURLcode code) {
@@ -289,7 +332,7 @@ class HttpClient {
           limitsChanged_ = false;
         }
       }
-      for (auto& transfer : incoming) start(std::move(transfer));
+      for (auto& transfer : incoming) admit(std::move(transfer));
 
       int running = 0;
       curl_multi_perform(multi_, &running);
@@ -302,7 +345,9 @@ class HttpClient {
         curl_easy_getinfo(easy, CURLINFO_PRIVATE, &raw);
         curl_multi_remove_handle(multi_, easy);
         active_.erase(raw);
+        const std::string origin = raw->origin;
         finish(std::unique_ptr<Transfer>(raw), code);
+        release(origin);
       }
       curl_multi_poll(multi_, nullptr, 0, 1000, nullptr);
     }
@@ -315,6 +360,10 @@ class HttpClient {
       t->promise.abandon();
     }
     active_.clear();
+    for (auto& [origin, lane] : lanes_) {
+      for (auto& t : lane.waiting) t->promise.abandon();
+    }
+    lanes_.clear();
     std::deque<std::unique_ptr<Transfer>> queued;
     {
       std::lock_guard lock(mutex_);
@@ -338,7 +387,12 @@ class HttpClient {
   std::vector<std::string> bundleFiles_;
 
   // Owned by the I/O thread.
+  struct Lane {
+    long active = 0;
+    std::deque<std::unique_ptr<Transfer>> waiting;
+  };
   std::unordered_set<Transfer*> active_;
+  std::unordered_map<std::string, Lane> lanes_;
 };
 
 // The client lives for the whole process and is never destroyed, so that host threads

@@ -108,17 +108,27 @@ bool wellFormedAuthority(const std::string& text) {
 
 }  // namespace
 
-bool WebService::isValidApiUrl(const std::string& urlString) {
+namespace {
+
+// The address of `urlString` when it passes the checks of `isValidApiUrl`.
+std::optional<Url> validApiUrl(const std::string& urlString) {
   const auto blank = [](unsigned char c) { return std::isspace(c) != 0; };
-  if (std::all_of(urlString.begin(), urlString.end(), blank)) return false;
-  if (urlString.starts_with("://")) return false;
-  const auto url = Url::parse(urlString);
-  if (!url || url->scheme().empty() || url->host().empty()) return false;
-  if (!wellFormedAuthority(urlString)) return false;
+  if (std::all_of(urlString.begin(), urlString.end(), blank)) return std::nullopt;
+  if (urlString.starts_with("://")) return std::nullopt;
+  auto url = Url::parse(urlString);
+  if (!url || url->scheme().empty() || url->host().empty()) return std::nullopt;
+  if (!wellFormedAuthority(urlString)) return std::nullopt;
   std::string scheme = url->scheme();
   std::transform(scheme.begin(), scheme.end(), scheme.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return scheme == "https";
+  if (scheme != "https") return std::nullopt;
+  return url;
+}
+
+}  // namespace
+
+bool WebService::isValidApiUrl(const std::string& urlString) {
+  return validApiUrl(urlString).has_value();
 }
 
 Url WebService::makeQueryUrl(const Url& url, const Parameters& parameters) {
@@ -154,8 +164,7 @@ ApiUrlResult WebService::generateApiUrl(const std::string& urlString,
     log("Api string = " + urlString);
     log("Api parameters = " + describeOptional(parameters ? &*parameters : nullptr));
   }
-  if (!isValidApiUrl(urlString)) throw TavikError::badUrl();
-  const auto url = Url::parse(urlString);
+  const auto url = validApiUrl(urlString);
   if (!url) throw TavikError::badUrl();
   Url finished = makeQueryUrl(*url, parameters.value_or(Parameters{}));
   if (debug_) log("Preprared Api URL = " + finished.string());
