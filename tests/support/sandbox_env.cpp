@@ -2,8 +2,13 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <thread>
 
 namespace tavik::test {
 
@@ -55,6 +60,25 @@ sandbox::ScriptedAnswer cutMidAnswer(std::string body) {
   sandbox::ScriptedAnswer answer = reply(200, std::move(body));
   answer.closeMidAnswer = true;
   return answer;
+}
+
+int runProgram(const std::vector<std::string>& argv, std::chrono::milliseconds timeout) {
+  std::vector<char*> args;
+  for (const auto& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
+  args.push_back(nullptr);
+  pid_t pid = 0;
+  if (::posix_spawn(&pid, args[0], nullptr, nullptr, args.data(), environ) != 0) return -3;
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  int status = 0;
+  while (::waitpid(pid, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      ::kill(pid, SIGKILL);
+      ::waitpid(pid, &status, 0);
+      return -2;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 int closedPort() {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "tavik/core/tavik.h"
 #include "tavik/network/transport.h"
@@ -36,6 +37,11 @@ sandbox::ScriptedAnswer reply(int status, std::string body = "",
 sandbox::ScriptedAnswer redirect(int status, std::string location);
 sandbox::ScriptedAnswer slow(std::chrono::milliseconds delay, std::string body = "{}");
 sandbox::ScriptedAnswer cutMidAnswer(std::string body);
+
+/// Runs a program as a child process and waits at most `timeout` for it. Returns its
+/// exit status, -1 when it was killed by a signal, or -2 when it had to be killed for
+/// running too long.
+int runProgram(const std::vector<std::string>& argv, std::chrono::milliseconds timeout);
 
 /// A loopback port nothing listens on (bound, then released).
 int closedPort();
