@@ -8,6 +8,7 @@
 #include "tavik/core/log.h"
 #include "tavik/core/tavik.h"
 #include "tavik/core/value.h"
+#include "tavik/tavik.h"
 
 using namespace tavik;
 
@@ -55,6 +56,16 @@ TEST(Builder, SetUserIdOnlySpeaksBeforeSetUp) {
   TAVIK::Builder().clientId("c").build().setUserId("u1");
   EXPECT_TRUE(lines.empty());
   setLogSink(nullptr);
+}
+
+TEST(Builder, AnUnreadableCaBundleIsReportedNotThrown) {
+  std::vector<std::string> lines;
+  setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+  const TAVIK sdk = TAVIK::Builder().clientId("c").trustedCaBundle("/nonexistent/ca.pem").build();
+  setLogSink(nullptr);
+  EXPECT_TRUE(sdk.adFetcher());
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find("/nonexistent/ca.pem"), std::string::npos) << lines[0];
 }
 
 TEST(Config, JsonCodingUsesFieldNamesAndOmitsAbsentEndpoints) {

@@ -57,7 +57,16 @@ TAVIK TAVIK::Builder::build() const {
     detail::fatalError(
         "TAVIK.Builder: clientId is required. Call .clientId(\"your_client_id\") before .build()");
   }
-  if (trustedCaBundle_) transport::trustCaBundle(*trustedCaBundle_);
+  if (trustedCaBundle_) {
+    // A missing bundle must not take the host down: say so once, and let the requests
+    // that needed it fail their TLS verification with a clear error.
+    try {
+      transport::trustCaBundle(*trustedCaBundle_);
+    } catch (const std::exception& e) {
+      detail::writeLogLine(std::string("TAVIK: ") + e.what() +
+                           "; requests to hosts it should vouch for will fail TLS verification.");
+    }
+  }
   Config config;
   config.clientId = *clientId_;
   config.debug = debug_;

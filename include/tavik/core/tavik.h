@@ -62,7 +62,8 @@ class TAVIK::Builder {
   Builder& debug(bool value);
   /// A PEM file whose certificates the SDK trusts in addition to the system's (a private
   /// deployment, the local sandbox). It adds trust; TLS verification always stays on.
-  /// Applies process-wide from `build()` on.
+  /// Applies process-wide from `build()` on. A file that cannot be read is reported once
+  /// on the log sink, whatever the debug switch; requests then fail TLS verification.
   Builder& trustedCaBundle(std::string pemFile);
 
   /// A new SDK object; the process-wide slot is not touched. Stops the process when no
