@@ -203,7 +203,7 @@ class HttpClient {
   // Hands a transfer to libcurl. On failure the transfer is completed with its error
   // and false is returned.
   bool start(std::unique_ptr<Transfer> transfer) {
-    CURL* easy = curl_easy_init();
+    CURL* easy = acquireEasy();
     if (!easy) {
       transfer->promise.set_exception(
           std::make_exception_ptr(TransportError(CURLE_OUT_OF_MEMORY, "cannot create a request")));
@@ -257,6 +257,24 @@ class HttpClient {
     return true;
   }
 
+  // Easy handles are reused: resetting one is much cheaper than making a new one, and
+  // the pool never holds more than the transfers that can be in libcurl at once.
+  CURL* acquireEasy() {
+    if (easyPool_.empty()) return curl_easy_init();
+    CURL* easy = easyPool_.back();
+    easyPool_.pop_back();
+    return easy;
+  }
+
+  void recycleEasy(CURL* easy) {
+    if (easyPool_.size() >= kMaxPooledHandles) {
+      curl_easy_cleanup(easy);
+      return;
+    }
+    curl_easy_reset(easy);
+    easyPool_.push_back(easy);
+  }
+
   // Each origin admits at most twice its connection limit into the multi handle; the
   // rest wait in its lane. Thousands of transfers inside libcurl at once cost far more
   // CPU and memory per request than a short queue in front of it, and keeping a few
@@ -293,7 +311,7 @@ class HttpClient {
     long connects = 0;
     curl_easy_getinfo(t->easy, CURLINFO_RESPONSE_CODE, &status);
     curl_easy_getinfo(t->easy, CURLINFO_NUM_CONNECTS, &connects);
-    curl_easy_cleanup(t->easy);
+    recycleEasy(t->easy);
     t->easy = nullptr;
     curl_slist_free_all(t->headerList);
     t->headerList = nullptr;
@@ -364,6 +382,8 @@ class HttpClient {
       for (auto& t : lane.waiting) t->promise.abandon();
     }
     lanes_.clear();
+    for (CURL* easy : easyPool_) curl_easy_cleanup(easy);
+    easyPool_.clear();
     std::deque<std::unique_ptr<Transfer>> queued;
     {
       std::lock_guard lock(mutex_);
@@ -393,6 +413,8 @@ class HttpClient {
   };
   std::unordered_set<Transfer*> active_;
   std::unordered_map<std::string, Lane> lanes_;
+  static constexpr std::size_t kMaxPooledHandles = 64;
+  std::vector<CURL*> easyPool_;
 };
 
 // The client lives for the whole process and is never destroyed, so that host threads
