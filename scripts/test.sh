@@ -22,14 +22,29 @@ done
 cd "$TAVIK_ROOT"
 jobs=$(nproc)
 
+passed=0 failed=0
 run_suite() {
   local dir=$1
   shift
   echo "== build $dir"
   tavik_build "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTAVIK_BUILD_TESTS=ON "$@"
   echo "== test $dir"
-  (cd "$dir" && ctest -j"$jobs" --timeout 300 --output-on-failure)
+  local status=0
+  (cd "$dir" && ctest -j"$jobs" --timeout 300 --output-on-failure) | tee "$dir/ctest.log" ||
+    status=$?
+  # "100% tests passed, 0 tests failed out of 95"
+  local line
+  line=$(grep -E "tests failed out of [0-9]+" "$dir/ctest.log" | tail -1 || true)
+  if [ -n "$line" ]; then
+    local total=${line##* out of }
+    local bad
+    bad=$(echo "$line" | sed -E 's/.* ([0-9]+) tests failed.*/\1/')
+    passed=$((passed + total - bad))
+    failed=$((failed + bad))
+  fi
+  return $status
 }
+trap 'echo "tavik: $passed passed, $failed failed"' EXIT
 
 run_suite build
 if [ $asan -eq 1 ]; then
