@@ -20,19 +20,6 @@ void reportError(std::exception_ptr error, const ErrorHandler& onError) {
   if (onError) notify(onError, TavikError::fromException(std::move(error)));
 }
 
-Future<std::optional<nlohmann::json>> settle(const Future<nlohmann::json>& request,
-                                             ErrorHandler onError) {
-  return request.whenReady([onError = std::move(onError)](const Future<nlohmann::json>& answer)
-                               -> std::optional<nlohmann::json> {
-    try {
-      return answer.get();
-    } catch (...) {
-      reportError(std::current_exception(), onError);
-      return std::nullopt;
-    }
-  });
-}
-
 std::string describeOptional(const std::optional<std::string>& text) {
   return text ? "Optional(" + quoteText(*text) + ")" : "nil";
 }
@@ -84,8 +71,8 @@ void AdFetcher::log(const std::string& text) const {
   if (config_.debug) detail::debugLine(text);
 }
 
-AdFetcher::Result AdFetcher::send(Service service, const char* path, Parameters parameters,
-                                  ErrorHandler onError) {
+std::optional<Url> AdFetcher::prepare(Service service, const char* path,
+                                      const Parameters& parameters, const ErrorHandler& onError) {
   try {
     const bool display = service == Service::display;
     const auto& endpoint = display ? (config_.displayAds ? &config_.displayAds->domainUri : nullptr)
@@ -97,19 +84,26 @@ AdFetcher::Result AdFetcher::send(Service service, const char* path, Parameters 
     if (display) log("Generated URL Response: " + apiUrl.description());
     if (!apiUrl.status || !apiUrl.apiUrl) {
       detail::notify(onError, TavikError::badUrl());
-      return Result::ready(std::nullopt);
+      return std::nullopt;
     }
-    return detail::settle(webService_.request(*apiUrl.apiUrl, HTTPMethod::get, std::nullopt, {}),
-                          std::move(onError));
+    return apiUrl.apiUrl;
   } catch (...) {
     detail::reportError(std::current_exception(), onError);
-    return Result::ready(std::nullopt);
+    return std::nullopt;
   }
 }
 
-AdFetcher::Result AdFetcher::fetchDisplayAdsWithAu(
-    const std::string& cliUbid, const std::string& pageType, std::int64_t productCount,
-    const StringList& adUnits, std::optional<TargetingList> targetingParams, ErrorHandler onError) {
+AdFetcher::Result AdFetcher::send(Service service, const char* path, Parameters parameters,
+                                  ErrorHandler onError) {
+  const auto url = prepare(service, path, parameters, onError);
+  if (!url) return Result::ready(std::nullopt);
+  return detail::settle(webService_.request(*url, HTTPMethod::get, std::nullopt, {}),
+                        std::move(onError));
+}
+
+Parameters AdFetcher::displayByAdUnit(const std::string& cliUbid, const std::string& pageType,
+                                      std::int64_t productCount, const StringList& adUnits,
+                                      const std::optional<TargetingList>& targetingParams) const {
   if (config_.debug) {
     log("cliUbid = " + cliUbid);
     log("pageType = " + pageType);
@@ -119,7 +113,27 @@ AdFetcher::Result AdFetcher::fetchDisplayAdsWithAu(
   Parameters parameters = displayParameters(config_, cliUbid, pageType, productCount);
   parameters.set("au", adUnits);
   mergeTargeting(parameters, targetingParams);
-  return send(Service::display, "/v2/bsda", std::move(parameters), std::move(onError));
+  return parameters;
+}
+
+Future<std::optional<detail::Answer>> AdFetcher::fetchDisplayAdsWithAuAnswer(
+    const std::string& cliUbid, const std::string& pageType, std::int64_t productCount,
+    const StringList& adUnits, const std::optional<TargetingList>& targetingParams,
+    ErrorHandler onError) {
+  const Parameters parameters =
+      displayByAdUnit(cliUbid, pageType, productCount, adUnits, targetingParams);
+  const auto url = prepare(Service::display, "/v2/bsda", parameters, onError);
+  if (!url) return Future<std::optional<detail::Answer>>::ready(std::nullopt);
+  return detail::settle(webService_.requestAnswer(*url, HTTPMethod::get, std::nullopt, {}),
+                        std::move(onError));
+}
+
+AdFetcher::Result AdFetcher::fetchDisplayAdsWithAu(
+    const std::string& cliUbid, const std::string& pageType, std::int64_t productCount,
+    const StringList& adUnits, std::optional<TargetingList> targetingParams, ErrorHandler onError) {
+  return send(Service::display, "/v2/bsda",
+              displayByAdUnit(cliUbid, pageType, productCount, adUnits, targetingParams),
+              std::move(onError));
 }
 
 AdFetcher::Result AdFetcher::fetchDisplayAdsWithPt(const std::string& cliUbid,

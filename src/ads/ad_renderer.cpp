@@ -42,11 +42,15 @@ bool validUtf8(const std::string& text) {
 }  // namespace
 
 const std::string* unwrapEnvelope(const std::optional<nlohmann::json>& answer) {
-  if (!answer || !answer->is_object()) return nullptr;
-  const auto status = answer->find("status");
-  if (status == answer->end() || !status->is_boolean() || !status->get<bool>()) return nullptr;
-  const auto response = answer->find("response");
-  if (response == answer->end() || !response->is_object()) return nullptr;
+  return answer ? unwrapEnvelope(*answer) : nullptr;
+}
+
+const std::string* unwrapEnvelope(const nlohmann::json& answer) {
+  if (!answer.is_object()) return nullptr;
+  const auto status = answer.find("status");
+  if (status == answer.end() || !status->is_boolean() || !status->get<bool>()) return nullptr;
+  const auto response = answer.find("response");
+  if (response == answer.end() || !response->is_object()) return nullptr;
   const auto data = response->find("data");
   if (data == response->end() || !data->is_string()) return nullptr;
   const auto* text = data->get_ptr<const std::string*>();
@@ -66,18 +70,20 @@ Future<std::optional<Result>> render(const Config& config, const std::string& cl
                                      std::optional<TargetingList> targetingParams,
                                      ErrorHandler onError, Decode decode, Pick pick) {
   AdFetcher fetcher(config, WebService(config.debug));
-  auto answer = fetcher.fetchDisplayAdsWithAu(cliUbid, pageType, productCount, {adUnit},
-                                              std::move(targetingParams), onError);
-  return answer.then([onError = std::move(onError), adUnit, cliUbid, decode, pick](
-                         const std::optional<nlohmann::json>& dictionary) -> std::optional<Result> {
-    const std::string* data = detail::unwrapEnvelope(dictionary);
+  auto answer = fetcher.fetchDisplayAdsWithAuAnswer(cliUbid, pageType, productCount, {adUnit},
+                                                    targetingParams, onError);
+  return answer.then([onError = std::move(onError), adUnit, cliUbid, decode,
+                      pick](const std::optional<detail::Answer>& answer) -> std::optional<Result> {
+    const std::string* data = answer ? detail::unwrapEnvelope(answer->dictionary) : nullptr;
     if (!data) {
       detail::notify(onError, TavikError::badResponse());
       return std::nullopt;
     }
+    // "data" is the parsed body written back as text: decode the parsed value the
+    // transport already holds instead of parsing the text again (an empty body has none).
     decltype(decode(*data)) document;
     try {
-      document = decode(*data);
+      document = answer->body.is_null() ? decode(*data) : decode(answer->body);
     } catch (const DecodingError& e) {
       detail::notify(onError, TavikError::defaultError(std::make_shared<DecodingError>(e)));
       return std::nullopt;
@@ -99,7 +105,7 @@ Future<std::optional<BannerAd>> AdRenderer::fetchBannerAdsWithAu(
     std::optional<TargetingList> targetingParams, ErrorHandler onError) {
   return render<BannerAd>(
       config_, cliUbid, pageType, adUnit, 1, std::move(targetingParams), std::move(onError),
-      [](const std::string& text) { return decodeAds(text); },
+      [](const auto& source) { return decodeAds(source); },
       [](std::vector<BannerAd> ads) { return std::move(ads.front()); });
 }
 
@@ -108,7 +114,7 @@ Future<std::optional<CarouselAd>> AdRenderer::fetchCarouselAdWithAu(
     std::optional<TargetingList> targetingParams, ErrorHandler onError) {
   return render<CarouselAd>(
       config_, cliUbid, pageType, adUnit, 1, std::move(targetingParams), std::move(onError),
-      [](const std::string& text) { return decodeCarouselAds(text); },
+      [](const auto& source) { return decodeCarouselAds(source); },
       [](std::vector<CarouselAd> ads) { return std::move(ads.front()); });
 }
 
@@ -117,7 +123,7 @@ Future<std::optional<std::vector<BannerAd>>> AdRenderer::fetchMultiAdCarouselWit
     std::int64_t productCount, std::optional<TargetingList> targetingParams, ErrorHandler onError) {
   return render<std::vector<BannerAd>>(
       config_, cliUbid, pageType, adUnit, productCount, std::move(targetingParams),
-      std::move(onError), [](const std::string& text) { return decodeMultiAdsCarousel(text); },
+      std::move(onError), [](const auto& source) { return decodeMultiAdsCarousel(source); },
       [](std::vector<BannerAd> ads) { return ads; });
 }
 

@@ -42,23 +42,32 @@ nlohmann::json toJsonValue(const ParamValue& value) {
   return std::visit(Visitor{}, value.variant());
 }
 
-// Turns a finished HTTP exchange into the response dictionary, or throws.
-nlohmann::json responseDictionary(const detail::HttpResponse& response) {
+// Turns a finished HTTP exchange into the response dictionary and the parsed body, or
+// throws: badStatus outside 200-299, the parser's error for a body that is not a JSON
+// object or array, failedToEncode when the normalised text cannot be written.
+detail::Answer answerOf(const detail::HttpResponse& response) {
   if (response.status < 200 || response.status >= 300) {
     throw TavikError::badStatus(static_cast<int>(response.status), response.body);
   }
+  detail::Answer answer;
   std::string data;
   if (!response.body.empty()) {
-    const nlohmann::json parsed = detail::parseJsonContainer(response.body);
+    answer.body = detail::parseJsonContainer(response.body);
     try {
-      data = parsed.dump();
+      data = answer.body.dump();
     } catch (const nlohmann::json::type_error&) {
       throw TavikError::failedToEncode();
     }
   }
-  return nlohmann::json{{"status", true},
-                        {"response", {{"code", response.status}, {"data", std::move(data)}}},
-                        {"error", nullptr}};
+  answer.dictionary =
+      nlohmann::json{{"status", true},
+                     {"response", {{"code", response.status}, {"data", std::move(data)}}},
+                     {"error", nullptr}};
+  return answer;
+}
+
+nlohmann::json dictionaryOf(const detail::HttpResponse& response) {
+  return std::move(answerOf(response).dictionary);
 }
 
 }  // namespace
@@ -171,20 +180,25 @@ ApiUrlResult WebService::generateApiUrl(const std::string& urlString,
   return ApiUrlResult{true, std::move(finished)};
 }
 
-Future<nlohmann::json> WebService::request(const Url& url, HTTPMethod method,
-                                           const std::optional<Parameters>& parameters,
-                                           const Headers& headers) const {
+namespace {
+
+// What `request` and `requestAnswer` share: the debug lines, the final address, the body
+// of POST and PUT, and sending.
+Future<detail::HttpResponse> exchange(const WebService& service, const Url& url, HTTPMethod method,
+                                      const std::optional<Parameters>& parameters,
+                                      const Headers& headers) {
   const std::string_view methodName = rawValue(method);
-  const Parameters enhanced = enhancedParameters(parameters);
-  const Url finalUrl =
-      (method == HTTPMethod::get && !enhanced.empty()) ? makeQueryUrl(url, enhanced) : url;
-  if (debug_) {
-    log("Api URL = " + url.string());
-    log("Api call Method = " + std::string(methodName));
-    log("Api parameters = " + describeOptional(parameters ? &*parameters : nullptr));
-    log("Api headers = " + describe(headers));
-    log("Enhanced parameters = " + enhanced.description());
-    log("Final URL = " + finalUrl.string());
+  const Parameters enhanced = WebService::enhancedParameters(parameters);
+  const Url finalUrl = (method == HTTPMethod::get && !enhanced.empty())
+                           ? WebService::makeQueryUrl(url, enhanced)
+                           : url;
+  if (service.debug()) {
+    detail::debugLine("Api URL = " + url.string());
+    detail::debugLine("Api call Method = " + std::string(methodName));
+    detail::debugLine("Api parameters = " + describeOptional(parameters ? &*parameters : nullptr));
+    detail::debugLine("Api headers = " + describe(headers));
+    detail::debugLine("Enhanced parameters = " + enhanced.description());
+    detail::debugLine("Final URL = " + finalUrl.string());
   }
 
   detail::HttpRequest http;
@@ -198,11 +212,26 @@ Future<nlohmann::json> WebService::request(const Url& url, HTTPMethod method,
     try {
       http.body = body.dump();
     } catch (const nlohmann::json::type_error&) {
-      return Future<nlohmann::json>::failed(std::make_exception_ptr(TavikError::failedToEncode()));
+      return Future<detail::HttpResponse>::failed(
+          std::make_exception_ptr(TavikError::failedToEncode()));
     }
     http.hasBody = true;
   }
-  return detail::sendHttpRequest(std::move(http)).then(responseDictionary);
+  return detail::sendHttpRequest(std::move(http));
+}
+
+}  // namespace
+
+Future<nlohmann::json> WebService::request(const Url& url, HTTPMethod method,
+                                           const std::optional<Parameters>& parameters,
+                                           const Headers& headers) const {
+  return exchange(*this, url, method, parameters, headers).then(dictionaryOf);
+}
+
+Future<detail::Answer> WebService::requestAnswer(const Url& url, HTTPMethod method,
+                                                 const std::optional<Parameters>& parameters,
+                                                 const Headers& headers) const {
+  return exchange(*this, url, method, parameters, headers).then(answerOf);
 }
 
 }  // namespace tavik

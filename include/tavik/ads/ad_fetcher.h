@@ -130,9 +130,23 @@ class AdFetcher : public AdFetcherProtocol {
                          const StringList& skuIds, std::optional<std::string> pageName,
                          std::shared_ptr<ProductAdsFilter> filters, ErrorHandler onError) override;
 
+  /// `fetchDisplayAdsWithAu` for the renderer: also hands back the parsed body, so the
+  /// ads document is not parsed a second time from the dictionary's text.
+  Future<std::optional<detail::Answer>> fetchDisplayAdsWithAuAnswer(
+      const std::string& cliUbid, const std::string& pageType, std::int64_t productCount,
+      const StringList& adUnits, const std::optional<TargetingList>& targetingParams,
+      ErrorHandler onError);
+
  private:
   enum class Service { display, pla };
+  /// Checks the endpoint and builds the address; on failure reports through `onError`
+  /// and returns nothing.
+  std::optional<Url> prepare(Service service, const char* path, const Parameters& parameters,
+                             const ErrorHandler& onError);
   Result send(Service service, const char* path, Parameters parameters, ErrorHandler onError);
+  Parameters displayByAdUnit(const std::string& cliUbid, const std::string& pageType,
+                             std::int64_t productCount, const StringList& adUnits,
+                             const std::optional<TargetingList>& targetingParams) const;
   Result appendAndFetch(const std::string& cliUbid, PlaPageType pageType, std::int64_t productCount,
                         const StringList& values,
                         ProductAdsFilter& (ProductAdsFilter::*append)(const StringList&),
@@ -149,10 +163,20 @@ namespace detail {
 /// badUrl, badResponse and the missing-endpoint cases as they are, anything else as
 /// `defaultError`. An exception thrown by the host's handler is swallowed.
 void reportError(std::exception_ptr error, const ErrorHandler& onError);
-/// The public result of a request: its response dictionary, or nothing after the error
-/// went to `reportError`.
-Future<std::optional<nlohmann::json>> settle(const Future<nlohmann::json>& request,
-                                             ErrorHandler onError);
+/// The public result of a request: its value, or nothing after the error went to
+/// `reportError`.
+template <class T>
+Future<std::optional<T>> settle(const Future<T>& request, ErrorHandler onError) {
+  return request.whenReady(
+      [onError = std::move(onError)](const Future<T>& answer) -> std::optional<T> {
+        try {
+          return answer.get();
+        } catch (...) {
+          reportError(std::current_exception(), onError);
+          return std::nullopt;
+        }
+      });
+}
 /// Calls `onError` (when given) with `error`, shielding the SDK from its exceptions.
 void notify(const ErrorHandler& onError, const TavikError& error);
 /// `Optional("text")` or `nil`, as the debug lines print optional strings.

@@ -65,6 +65,7 @@ namespace detail {
 /// The ads document inside a response dictionary: "status" must be the boolean true,
 /// "response" an object and its "data" a string of valid UTF-8. nullptr otherwise.
 const std::string* unwrapEnvelope(const std::optional<nlohmann::json>& answer);
+const std::string* unwrapEnvelope(const nlohmann::json& answer);
 /// The result points into `answer`, so a temporary answer is refused.
 const std::string* unwrapEnvelope(std::optional<nlohmann::json>&& answer) = delete;
 }  // namespace detail

@@ -13,6 +13,16 @@
 
 namespace tavik {
 
+namespace detail {
+/// The response dictionary together with the answer's parsed body (null for an empty
+/// body), for code inside the SDK that decodes the body and would otherwise parse the
+/// dictionary's "data" text a second time.
+struct Answer {
+  nlohmann::json dictionary;
+  nlohmann::json body;
+};
+}  // namespace detail
+
 /// Header dictionary of a request.
 using Headers = std::map<std::string, std::string>;
 
@@ -51,6 +61,11 @@ class WebService {
   Future<nlohmann::json> request(const Url& url, HTTPMethod method,
                                  const std::optional<Parameters>& parameters,
                                  const Headers& headers = {}) const;
+
+  /// `request`, also handing back the parsed body.
+  Future<detail::Answer> requestAnswer(const Url& url, HTTPMethod method,
+                                       const std::optional<Parameters>& parameters,
+                                       const Headers& headers = {}) const;
 
   /// True for an absolute https address with a host (scheme compared case-insensitively).
   static bool isValidApiUrl(const std::string& urlString);
