@@ -72,22 +72,22 @@ Arguments parseArguments(const std::vector<std::string>& args, const OptionList&
     }
     const auto equals = arg.find('=');
     const std::string name = arg.substr(0, equals);
-    const OptionSpec* spec = findOption(options, name);
-    if (spec == nullptr) throw UsageError("unknown option " + quoted(name));
+    const OptionSpec* option = findOption(options, name);
+    if (option == nullptr) throw UsageError("unknown option " + quoted(name));
 
     std::string value;
-    if (spec->metavar.empty()) {
+    if (option->metavar.empty()) {
       if (equals != std::string::npos) throw UsageError(name + " takes no value");
     } else if (equals != std::string::npos) {
       value = arg.substr(equals + 1);
     } else if (i + 1 < args.size()) {
       value = args[++i];
     } else {
-      throw UsageError(name + " needs a value (" + std::string(spec->metavar) + ")");
+      throw UsageError(name + " needs a value (" + std::string(option->metavar) + ")");
     }
 
     auto& slot = parsed.options_[name];
-    if (!slot.empty() && !spec->repeatable) throw UsageError(name + " given more than once");
+    if (!slot.empty() && !option->repeatable) throw UsageError(name + " given more than once");
     slot.push_back(std::move(value));
   }
   return parsed;
