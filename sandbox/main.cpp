@@ -2,13 +2,11 @@
 // it as a child process. The first line on stdout is the base address; then, unless
 // --quiet, one line per request: method, path?query, client connection.
 
-#include <signal.h>
-
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <iostream>
-#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -72,41 +70,18 @@ int main(int argc, char** argv) {
     }
   }
 
-  // Block the stop signals before any server thread exists, so that every thread inherits
-  // the mask and the main thread alone receives them through sigwait().
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-
-  // Request lines wait for the address line, which must come first.
-  std::mutex output;
-  std::unique_lock announcing(output);
+  std::function<std::string(const tavik::sandbox::RecordedRequest&)> line;
   if (!quiet) {
-    options.onRequest = [&output](const tavik::sandbox::RecordedRequest& request) {
-      std::lock_guard lock(output);
+    line = [](const tavik::sandbox::RecordedRequest& request) {
       std::string target = request.path;
       if (!request.rawQuery.empty()) target += "?" + request.rawQuery;
-      std::printf("%s %s %s\n", request.method.c_str(), target.c_str(), request.connection.c_str());
-      std::fflush(stdout);
+      return request.method + " " + target + " " + request.connection;
     };
   }
-
-  tavik::sandbox::Sandbox sandbox(options);
-  try {
-    sandbox.start();
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "%s\n", error.what());
-    return 1;
-  }
-  std::printf("%s\n", sandbox.baseUrl().c_str());
-  std::fflush(stdout);
-  std::fprintf(stderr, "tavik-sandbox: clients must trust %s\n", sandbox.certPath().c_str());
-  announcing.unlock();
-
-  int received = 0;
-  sigwait(&stopSignals, &received);
-  sandbox.stop();
-  return 0;
+  return tavik::sandbox::runInForeground(
+      options, line,
+      [](const tavik::sandbox::Sandbox& sandbox) {
+        std::fprintf(stderr, "tavik-sandbox: clients must trust %s\n", sandbox.certPath().c_str());
+      },
+      "tavik-sandbox: ");
 }

@@ -1,12 +1,10 @@
 // validate: an ads document checked with the SDK's decoders. sandbox: the local HTTPS
 // stand-in for the three services, in the foreground. sandbox-log: its event log.
 
-#include <signal.h>
 
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <mutex>
 #include <sstream>
 
 #include "ad_table.h"
@@ -176,44 +174,23 @@ int runSandbox(const Arguments& args) {
   options.certOut = args.valueOr("--cert-out", "");
   options.catalogueFile = args.valueOr("--catalogue", "");
 
-  // The stop signals are blocked before any server thread exists, so every thread
-  // inherits the mask and only sigwait() below receives them.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-
-  // Request lines wait until the address line, which scripts read first, is out.
-  std::mutex output;
-  std::unique_lock announcing(output);
+  std::function<std::string(const sandbox::RecordedRequest&)> line;
   if (!args.has("--quiet")) {
-    options.onRequest = [&output](const sandbox::RecordedRequest& request) {
-      std::lock_guard lock(output);
-      std::cout << request.method << " " << printable(request.path)
-                << (request.rawQuery.empty() ? "" : "?") << printable(request.rawQuery)
-                << std::endl;
+    line = [](const sandbox::RecordedRequest& request) {
+      return request.method + " " + printable(request.path) +
+             (request.rawQuery.empty() ? "" : "?") + printable(request.rawQuery);
     };
   }
-
-  sandbox::Sandbox server(options);
-  try {
-    server.start();
-  } catch (const std::exception& error) {
-    std::cerr << "error: the sandbox did not start: " << error.what() << "\n";
-    return kExitFailure;
-  }
-  std::cout << server.baseUrl() << std::endl;
-  std::cerr << "tavik: sandbox running; clients must trust " << server.certPath() << "\n"
-            << "  try: tavik pla --page HOME --sandbox " << server.baseUrl() << " --ca-bundle "
-            << server.certPath() << "\n"
-            << "  stop it with Ctrl-C\n";
-  announcing.unlock();
-
-  int received = 0;
-  sigwait(&stopSignals, &received);
-  server.stop();
-  return kExitOk;
+  const int status = sandbox::runInForeground(
+      options, line,
+      [](const sandbox::Sandbox& server) {
+        std::cerr << "tavik: sandbox running; clients must trust " << server.certPath() << "\n"
+                  << "  try: tavik pla --page HOME --sandbox " << server.baseUrl()
+                  << " --ca-bundle " << server.certPath() << "\n"
+                  << "  stop it with Ctrl-C\n";
+      },
+      "error: the sandbox did not start: ");
+  return status == 0 ? kExitOk : kExitFailure;
 }
 
 int runSandboxLog(const Arguments& args) {

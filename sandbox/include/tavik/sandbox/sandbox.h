@@ -131,4 +131,13 @@ class Sandbox {
   std::unique_ptr<Impl> impl_;
 };
 
+/// Runs a sandbox in the foreground until SIGINT or SIGTERM, for programs that serve it
+/// from a terminal or as a child process. The base address is the first line on stdout;
+/// `announce` may then add lines of its own (on stderr); unless `requestLine` is empty,
+/// each recorded request is printed as the line it returns. Returns 0 after a signal, or
+/// 1 when the sandbox did not start (the reason on stderr, after `errorPrefix`).
+int runInForeground(Options options, std::function<std::string(const RecordedRequest&)> requestLine,
+                    const std::function<void(const Sandbox&)>& announce,
+                    const std::string& errorPrefix);
+
 }  // namespace tavik::sandbox
