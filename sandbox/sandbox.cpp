@@ -520,6 +520,10 @@ void Sandbox::clearScripts() {
   impl_->scripts.clear();
 }
 
+void Sandbox::reset() {
+  impl_->reset();
+}
+
 nlohmann::json Sandbox::eventLog() const {
   return impl_->events.snapshot();
 }

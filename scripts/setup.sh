@@ -8,6 +8,16 @@ TAVIK_PACKAGES=(
   libcurl4-openssl-dev nlohmann-json3-dev libcpp-httplib-dev libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
+  # tavik::quick: Qt 6.4 Quick and Multimedia, the QML modules the views and tests import,
+  # the SVG image plug-in for the control icons.
+  qt6-base-dev qt6-declarative-dev qt6-multimedia-dev qt6-svg-dev libqt6svg6
+  qml6-module-qtquick qml6-module-qtquick-window qml6-module-qtqml-workerscript
+  qml6-module-qtmultimedia qml6-module-qttest qt6-qpa-plugins
+  # Video through Qt Multimedia's GStreamer back end: MP4 demuxing (good), the H.264
+  # parser (bad) and decoder (libav).
+  gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav
+  # Real frames in tests and headless screenshots: Xvfb with Mesa's software renderer.
+  xvfb xauth libgl1-mesa-dri
 )
 
 tavik_install_packages() {

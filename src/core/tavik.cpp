@@ -23,6 +23,10 @@ TAVIK& TAVIK::shared() {
   return *instance;
 }
 
+const TAVIK* TAVIK::installed() {
+  return globalSlot.load(std::memory_order_acquire);
+}
+
 void TAVIK::setUserId(const std::string& /*userId*/) const {
   if (!_config) detail::writeLogLine("TAVIK: In order to set a userId, initialize the SDK first.");
 }

@@ -66,6 +66,7 @@ struct Transfer {
   std::shared_ptr<const EffectiveSettings> settings;
   std::string body;
   bool tooLarge = false;
+  std::size_t maxBodyBytes = 0;  // the limit in force for this transfer
   curl_slist* headerList = nullptr;
   char errorBuffer[CURL_ERROR_SIZE] = {0};
   CURL* easy = nullptr;
@@ -81,7 +82,7 @@ std::string originOf(const std::string& url) {
 size_t writeBody(char* data, size_t size, size_t count, void* user) {
   auto* transfer = static_cast<Transfer*>(user);
   const size_t bytes = size * count;
-  if (transfer->body.size() + bytes > transfer->settings->settings.maxBodyBytes) {
+  if (transfer->body.size() + bytes > transfer->maxBodyBytes) {
     transfer->tooLarge = true;
     return 0;  // makes libcurl stop the transfer with CURLE_WRITE_ERROR
   }
@@ -213,6 +214,7 @@ class HttpClient {
     t->easy = easy;
     const auto& s = t->settings->settings;
     const auto& r = t->request;
+    t->maxBodyBytes = r.maxBodyBytes ? r.maxBodyBytes : s.maxBodyBytes;
     curl_easy_setopt(easy, CURLOPT_URL, r.url.c_str());
     curl_easy_setopt(easy, CURLOPT_PRIVATE, t);
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, t->errorBuffer);
@@ -222,7 +224,7 @@ class HttpClient {
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, t);
     curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(s.requestTimeout.count()));
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(s.connectTimeout.count()));
-    curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(s.maxBodyBytes));
+    curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(t->maxBodyBytes));
     // Only https leaves the SDK, redirects included, and TLS is always verified.
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "https");
     curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
@@ -328,7 +330,7 @@ class HttpClient {
     if (t->tooLarge || code == CURLE_FILESIZE_EXCEEDED) {
       code = CURLE_FILESIZE_EXCEEDED;
       message = "the answer's body is larger than the limit of " +
-                std::to_string(t->settings->settings.maxBodyBytes) + " bytes";
+                std::to_string(t->maxBodyBytes) + " bytes";
     } else {
       message = curl_easy_strerror(code);
       if (t->errorBuffer[0] != '\0') message += std::string(": ") + t->errorBuffer;

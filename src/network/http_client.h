@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,6 +15,9 @@ struct HttpRequest {
   std::vector<std::pair<std::string, std::string>> headers;
   bool hasBody = false;
   std::string body;
+  /// Largest answer body accepted; 0 = the transport's `maxBodyBytes`. Creatives (images,
+  /// video) ask for `maxMediaBytes` here.
+  std::size_t maxBodyBytes = 0;
 };
 
 struct HttpResponse {

@@ -10,14 +10,17 @@ namespace tavik {
 /// Endpoint of the event-tracking service: "https://" followed by its host name.
 struct RegisterEventConfig {
   std::string domainUri;
+  friend bool operator==(const RegisterEventConfig&, const RegisterEventConfig&) = default;
 };
 /// Endpoint of the display-ads service.
 struct DisplayAdsConfig {
   std::string domainUri;
+  friend bool operator==(const DisplayAdsConfig&, const DisplayAdsConfig&) = default;
 };
 /// Endpoint of the product-ads service.
 struct PlaAdsConfig {
   std::string domainUri;
+  friend bool operator==(const PlaAdsConfig&, const PlaAdsConfig&) = default;
 };
 
 /// The SDK's set-up: copied by value into every working object, never written after.
@@ -28,6 +31,7 @@ struct Config {
   std::optional<RegisterEventConfig> registerEvent;
   std::optional<DisplayAdsConfig> displayAds;
   std::optional<PlaAdsConfig> plaAds;
+  friend bool operator==(const Config&, const Config&) = default;
 };
 
 // JSON coding with the field names as keys ("clientId", "debug", "registerEvent",

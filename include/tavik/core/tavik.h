@@ -29,6 +29,9 @@ class TAVIK {
   /// The process-wide instance. Stops the process when it was never built.
   static TAVIK& shared();
   static TAVIK& globalInstance() { return shared(); }
+  /// The process-wide instance, or nullptr before `buildGlobalInstance()`. For code that
+  /// must not stop the process, such as a view declared in QML before set-up.
+  static const TAVIK* installed();
 
   /// Does nothing on a configured SDK; before set-up it prints a notice. The user id is
   /// not stored and never sent.

@@ -17,6 +17,8 @@ struct Settings {
   std::chrono::milliseconds connectTimeout{10'000};
   /// An answer whose body is larger fails with a transport error instead of growing memory.
   std::size_t maxBodyBytes = 8 * 1024 * 1024;
+  /// The same limit for creatives the views download (images and video).
+  std::size_t maxMediaBytes = 64 * 1024 * 1024;
   /// Redirects followed at most (https only).
   long maxRedirects = 5;
   /// Parallel connections per host; further requests wait for a free connection, which

@@ -115,6 +115,8 @@ class Sandbox {
   /// script(times=-1), and a second unlimited script replaces the first.
   void script(const std::string& path, ScriptedAnswer answer);
   void clearScripts();
+  /// Clears the request record, the event log and the scripts (POST /__sandbox/reset).
+  void reset();
 
   /// The event log: an array of {"seq", "path", "event_name", "params", "query",
   /// "time_ms"} in arrival order, one per /events or /aclick request answered by the

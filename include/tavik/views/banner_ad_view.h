@@ -1,0 +1,55 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <Qt>
+
+#include "tavik/ads/ad_models.h"
+#include "tavik/core/config.h"
+
+class QQuickItem;
+
+namespace tavik {
+
+/// How the host wants a banner shown. Nothing has a default inside the SDK's logic:
+/// an absent size means the creative's own, an absent or empty label means none.
+struct BannerAdSettings {
+  std::optional<float> width;
+  std::optional<float> height;
+  std::optional<std::string> adLabelText;
+  /// Where the label sits: Qt::AlignLeft/AlignHCenter/AlignRight with
+  /// Qt::AlignTop/AlignVCenter/AlignBottom.
+  Qt::Alignment adLabelAlignment = Qt::AlignTop | Qt::AlignLeft;
+  /// Every appearance of the ad on screen (the impression goes out on the first only).
+  std::function<void(const BannerAd&)> adAppear;
+  /// Every tap. The SDK opens nothing: the destination is `ad.elements.destinationUrl`.
+  std::function<void(const BannerAd&)> adClicked;
+};
+
+class BannerAdViewProtocol {
+ public:
+  virtual ~BannerAdViewProtocol() = default;
+
+  /// Makes a `BannerAdView` item for `ad` in `parent`'s QML engine, parents it to
+  /// `parent` (which owns it, like any child item) and returns it. An ad that cannot be
+  /// drawn gives an item that draws nothing. Returns nullptr only when `parent` is null
+  /// or belongs to no QML engine. Call on the UI thread; the callbacks run there.
+  virtual QQuickItem* showAd(const BannerAd& ad, const BannerAdSettings& adViewSettings,
+                             QQuickItem* parent) = 0;
+};
+
+/// The SDK's banner manager; get one from `tavik::quick::views(sdk).bannerAdView()`.
+class BannerAdViewManager : public BannerAdViewProtocol {
+ public:
+  explicit BannerAdViewManager(Config config) : config(std::move(config)) {}
+
+  QQuickItem* showAd(const BannerAd& ad, const BannerAdSettings& adViewSettings,
+                     QQuickItem* parent) override;
+
+  Config config;
+};
+
+}  // namespace tavik

@@ -1,0 +1,123 @@
+#pragma once
+
+// The SDK's records as QML value types, so QML reads `ad.uclid` and
+// `ad.elements.destinationUrl` in an `onAdClicked` handler. Each wraps the C++ record
+// unchanged; absent optional numbers read as `undefined` in QML, absent texts as "".
+
+#include <QtQml/qqmlregistration.h>
+#include <QObject>
+#include <QString>
+#include <QVariant>
+
+#include "tavik/ads/ad_models.h"
+#include "tavik/core/config.h"
+
+namespace tavik::quick {
+
+inline QString qs(const std::string& text) {
+  return QString::fromStdString(text);
+}
+
+/// The SDK configuration a view reports its events with. A view made in QML takes the
+/// installed SDK's (`TAVIK::installed()`); a manager hands its own copy to the views
+/// it makes.
+class QmlConfig {
+  Q_GADGET
+  QML_VALUE_TYPE(tavikConfig)
+  Q_PROPERTY(bool valid READ valid)
+  Q_PROPERTY(QString clientId READ clientId)
+  Q_PROPERTY(bool debug READ debug)
+
+ public:
+  QmlConfig() = default;
+  explicit QmlConfig(std::optional<Config> config) : config_(std::move(config)) {}
+
+  bool valid() const { return config_ && !config_->clientId.empty(); }
+  QString clientId() const { return config_ ? qs(config_->clientId) : QString(); }
+  bool debug() const { return config_ && config_->debug; }
+  const std::optional<Config>& config() const { return config_; }
+
+  friend bool operator==(const QmlConfig& a, const QmlConfig& b) { return a.config_ == b.config_; }
+
+ private:
+  std::optional<Config> config_;
+};
+
+class QmlBannerAdElements {
+  Q_GADGET
+  QML_VALUE_TYPE(bannerAdElements)
+  Q_PROPERTY(QString value READ value)
+  Q_PROPERTY(int width READ width)
+  Q_PROPERTY(int height READ height)
+  Q_PROPERTY(QString type READ type)
+  Q_PROPERTY(QString destinationUrl READ destinationUrl)
+  Q_PROPERTY(QVariant videoProgressSec READ videoProgressSec)
+  Q_PROPERTY(QVariant closeButtonSec READ closeButtonSec)
+  Q_PROPERTY(QVariant autoCloseSec READ autoCloseSec)
+
+ public:
+  QmlBannerAdElements() = default;
+  explicit QmlBannerAdElements(BannerAdElements elements) : e_(std::move(elements)) {}
+
+  QString value() const { return qs(e_.value); }
+  int width() const { return static_cast<int>(e_.width); }
+  int height() const { return static_cast<int>(e_.height); }
+  QString type() const { return qs(e_.type); }
+  QString destinationUrl() const { return qs(e_.destinationUrl.value_or("")); }
+  QVariant videoProgressSec() const { return optional(e_.videoProgressSec); }
+  QVariant closeButtonSec() const { return optional(e_.closeButtonSec); }
+  QVariant autoCloseSec() const { return optional(e_.autoCloseSec); }
+
+ private:
+  static QVariant optional(const std::optional<std::int64_t>& value) {
+    return value ? QVariant::fromValue(static_cast<qlonglong>(*value)) : QVariant();
+  }
+  BannerAdElements e_;
+};
+
+/// A `BannerAd` in QML (`bannerAd`). `valid` is false for the empty value a view starts
+/// with.
+class QmlBannerAd {
+  Q_GADGET
+  QML_VALUE_TYPE(bannerAd)
+  Q_PROPERTY(bool valid READ valid)
+  Q_PROPERTY(QString uclid READ uclid)
+  Q_PROPERTY(QString au READ au)
+  Q_PROPERTY(QString crt READ crt)
+  Q_PROPERTY(qlonglong clientId READ clientId)
+  Q_PROPERTY(QmlBannerAdElements elements READ elements)
+  Q_PROPERTY(qlonglong rank READ rank)
+  Q_PROPERTY(QString clickTrackingUrl READ clickTrackingUrl)
+  Q_PROPERTY(QString impressionTrackingUrl READ impressionTrackingUrl)
+  Q_PROPERTY(QString cliUbid READ cliUbid)
+
+ public:
+  QmlBannerAd() = default;
+  explicit QmlBannerAd(BannerAd ad) : ad_(std::move(ad)) {}
+
+  bool valid() const { return ad_.has_value(); }
+  QString uclid() const { return ad_ ? qs(ad_->uclid) : QString(); }
+  QString au() const { return ad_ ? qs(ad_->au) : QString(); }
+  QString crt() const { return ad_ ? qs(ad_->crt) : QString(); }
+  qlonglong clientId() const { return ad_ ? ad_->clientId : 0; }
+  QmlBannerAdElements elements() const {
+    return ad_ ? QmlBannerAdElements(ad_->elements) : QmlBannerAdElements();
+  }
+  qlonglong rank() const { return ad_ ? ad_->rank : 0; }
+  QString clickTrackingUrl() const { return ad_ ? qs(ad_->clickTrackingUrl) : QString(); }
+  QString impressionTrackingUrl() const { return ad_ ? qs(ad_->impressionTrackingUrl) : QString(); }
+  QString cliUbid() const { return ad_ ? qs(ad_->cliUbid.value_or("")) : QString(); }
+
+  const std::optional<BannerAd>& ad() const { return ad_; }
+
+  friend bool operator==(const QmlBannerAd& a, const QmlBannerAd& b) { return a.ad_ == b.ad_; }
+
+ private:
+  std::optional<BannerAd> ad_;
+};
+
+}  // namespace tavik::quick
+
+Q_DECLARE_METATYPE(tavik::quick::QmlConfig)
+Q_DECLARE_METATYPE(tavik::quick::QmlBannerAd)
+Q_DECLARE_METATYPE(tavik::quick::QmlBannerAdElements)

@@ -1,0 +1,139 @@
+#include "views/banner_ad_item.h"
+
+#include "tavik/core/tavik.h"
+#include "views/appearance.h"
+#include "views/media_support.h"
+#include "views/view_events.h"
+
+namespace tavik::quick {
+
+LabelAlignment labelAlignmentFrom(Qt::Alignment alignment) {
+  LabelAlignment result{HorizontalAlignment::center, VerticalAlignment::center};
+  if (alignment & (Qt::AlignLeft | Qt::AlignLeading))
+    result.horizontal = HorizontalAlignment::leading;
+  if (alignment & (Qt::AlignRight | Qt::AlignTrailing)) {
+    result.horizontal = HorizontalAlignment::trailing;
+  }
+  if (alignment & Qt::AlignTop) result.vertical = VerticalAlignment::top;
+  if (alignment & Qt::AlignBottom) result.vertical = VerticalAlignment::bottom;
+  return result;
+}
+
+BannerAdViewBase::BannerAdViewBase(QQuickItem* parent) : QQuickItem(parent) {
+  if (const TAVIK* sdk = TAVIK::installed()) config_ = QmlConfig(sdk->config());
+  setFlag(ItemHasContents, false);
+}
+
+BannerAdViewBase::~BannerAdViewBase() {
+  // The watcher would otherwise outlive this part of the object while the item tears
+  // down its window.
+  delete watcher_;
+}
+
+void BannerAdViewBase::componentComplete() {
+  QQuickItem::componentComplete();
+  watcher_ = new OnScreenWatcher(this);
+  connect(watcher_, &OnScreenWatcher::onScreenChanged, this, &BannerAdViewBase::onScreenNow);
+  relayout();
+}
+
+void BannerAdViewBase::setConfig(const QmlConfig& config) {
+  if (config == config_) return;
+  config_ = config;
+  Q_EMIT configChanged();
+}
+
+void BannerAdViewBase::setAd(const QmlBannerAd& ad) {
+  if (ad == ad_) return;
+  const bool otherAd = ad.uclid() != ad_.uclid();
+  ad_ = ad;
+  if (otherAd) {
+    // A different ad is a new view of it: its own first appearance and impression.
+    const bool reported = tracker_.isAppear();
+    tracker_ = AppearanceTracker();
+    if (reported) Q_EMIT impressionReportedChanged();
+  }
+  Q_EMIT adChanged();
+  relayout();
+  if (otherAd && watcher_) onScreenNow(watcher_->onScreen());
+}
+
+void BannerAdViewBase::setAdWidth(qreal width) {
+  if (qFuzzyCompare(width, adWidth_)) return;
+  adWidth_ = width;
+  relayout();
+}
+
+void BannerAdViewBase::setAdHeight(qreal height) {
+  if (qFuzzyCompare(height, adHeight_)) return;
+  adHeight_ = height;
+  relayout();
+}
+
+void BannerAdViewBase::setAdLabelText(const QString& text) {
+  if (text == adLabelText_) return;
+  adLabelText_ = text;
+  Q_EMIT labelChanged();
+}
+
+void BannerAdViewBase::setAdLabelAlignment(Qt::Alignment alignment) {
+  if (alignment == adLabelAlignment_) return;
+  adLabelAlignment_ = alignment;
+  Q_EMIT labelChanged();
+}
+
+BannerAdViewBase::CreativeKind BannerAdViewBase::creativeKindProperty() const {
+  if (!ad_.ad()) return None;
+  switch (creativeKind(*ad_.ad())) {
+    case quick::CreativeKind::image:
+      return Image;
+    case quick::CreativeKind::video:
+      return Video;
+    case quick::CreativeKind::none:
+      break;
+  }
+  return None;
+}
+
+void BannerAdViewBase::relayout() {
+  SizeF frame;
+  if (ad_.ad()) {
+    auto wanted = [](qreal value) {
+      return value > 0 ? std::optional<double>(value) : std::nullopt;
+    };
+    frame = bannerFrame(*ad_.ad(), wanted(adWidth_), wanted(adHeight_), screenLimits());
+  }
+  const bool changed = !(frame == frame_);
+  frame_ = frame;
+  setImplicitSize(frame.width, frame.height);
+  if (changed) Q_EMIT layoutChanged();
+  if (watcher_) watcher_->check();
+}
+
+void BannerAdViewBase::onScreenNow(bool onScreen) {
+  const bool drawable = creativeKindProperty() != None;
+  const auto change = tracker_.update(onScreen && drawable);
+  Q_EMIT onScreenChanged();
+  if (!change.appeared) return;
+  const BannerAd& ad = *ad_.ad();
+  if (change.reportImpression) {
+    if (config_.valid())
+      detail::reportImpression(*config_.config(), ad.cliUbid.value_or(""), ad.uclid);
+    Q_EMIT impressionReportedChanged();
+  }
+  Q_EMIT adAppear(ad_);
+}
+
+void BannerAdViewBase::tap() {
+  if (!ad_.ad() || creativeKindProperty() == None) return;
+  const BannerAd& ad = *ad_.ad();
+  if (config_.valid()) detail::reportClick(*config_.config(), ad.cliUbid.value_or(""), ad.uclid);
+  Q_EMIT adClicked(ad_);
+}
+
+QRectF BannerAdViewBase::labelRect(qreal width, qreal height) const {
+  const RectF r = placeLabel(frame_, {width, height}, labelAlignmentFrom(adLabelAlignment_));
+  return {r.x, r.y, r.width, r.height};
+}
+
+}  // namespace tavik::quick

@@ -1,0 +1,105 @@
+#pragma once
+
+#include <QtQml/qqmlregistration.h>
+#include <QPointF>
+#include <QQuickItem>
+#include <QRectF>
+
+#include "tavik/views/qml_records.h"
+#include "views/view_logic.h"
+
+namespace tavik::quick {
+
+class OnScreenWatcher;
+
+/// Converts Qt's alignment flags (Qt.AlignLeft | Qt.AlignTop, ...) to the label
+/// placement; a missing axis means the centre.
+LabelAlignment labelAlignmentFrom(Qt::Alignment alignment);
+
+/// The logic of `BannerAdView` (BannerAdView.qml draws it): the frame, the creative
+/// kind, the label's place, appearances, the impression and the clicks.
+///
+/// - The frame is `adWidth` × `adHeight` when set (> 0), else the creative's size, capped
+///   by the screen limits; an ad that cannot be drawn has an empty frame and reports
+///   nothing.
+/// - The first time the banner is on screen it reports the impression; `adAppear` is
+///   emitted on every appearance. A different ad (another `uclid`) starts over.
+/// - `tap()` reports a click and emits `adClicked`, every time.
+class BannerAdViewBase : public QQuickItem {
+  Q_OBJECT
+  QML_ELEMENT
+  Q_PROPERTY(tavik::quick::QmlConfig config READ config WRITE setConfig NOTIFY configChanged)
+  Q_PROPERTY(tavik::quick::QmlBannerAd ad READ ad WRITE setAd NOTIFY adChanged)
+  Q_PROPERTY(qreal adWidth READ adWidth WRITE setAdWidth NOTIFY layoutChanged)
+  Q_PROPERTY(qreal adHeight READ adHeight WRITE setAdHeight NOTIFY layoutChanged)
+  Q_PROPERTY(QString adLabelText READ adLabelText WRITE setAdLabelText NOTIFY labelChanged)
+  Q_PROPERTY(Qt::Alignment adLabelAlignment READ adLabelAlignment WRITE setAdLabelAlignment NOTIFY
+                 labelChanged)
+  Q_PROPERTY(qreal frameWidth READ frameWidth NOTIFY layoutChanged)
+  Q_PROPERTY(qreal frameHeight READ frameHeight NOTIFY layoutChanged)
+  Q_PROPERTY(CreativeKind creativeKind READ creativeKindProperty NOTIFY layoutChanged)
+  Q_PROPERTY(QString adCliUbid READ adCliUbid NOTIFY adChanged)
+  Q_PROPERTY(bool onScreen READ onScreen NOTIFY onScreenChanged)
+  Q_PROPERTY(bool impressionReported READ impressionReported NOTIFY impressionReportedChanged)
+
+ public:
+  enum CreativeKind { None, Image, Video };
+  Q_ENUM(CreativeKind)
+
+  explicit BannerAdViewBase(QQuickItem* parent = nullptr);
+  ~BannerAdViewBase() override;
+
+  QmlConfig config() const { return config_; }
+  void setConfig(const QmlConfig& config);
+  QmlBannerAd ad() const { return ad_; }
+  void setAd(const QmlBannerAd& ad);
+  qreal adWidth() const { return adWidth_; }
+  void setAdWidth(qreal width);
+  qreal adHeight() const { return adHeight_; }
+  void setAdHeight(qreal height);
+  QString adLabelText() const { return adLabelText_; }
+  void setAdLabelText(const QString& text);
+  Qt::Alignment adLabelAlignment() const { return adLabelAlignment_; }
+  void setAdLabelAlignment(Qt::Alignment alignment);
+
+  qreal frameWidth() const { return frame_.width; }
+  qreal frameHeight() const { return frame_.height; }
+  CreativeKind creativeKindProperty() const;
+  QString adCliUbid() const { return ad_.cliUbid(); }
+  bool onScreen() const { return tracker_.onScreen(); }
+  bool impressionReported() const { return tracker_.isAppear(); }
+
+  /// A tap (or Enter/Space on the focused banner): reports a click, emits `adClicked`.
+  Q_INVOKABLE void tap();
+  /// Where a label of this size goes inside the frame.
+  Q_INVOKABLE QRectF labelRect(qreal width, qreal height) const;
+
+ Q_SIGNALS:
+  void configChanged();
+  void adChanged();
+  void layoutChanged();
+  void labelChanged();
+  void onScreenChanged();
+  void impressionReportedChanged();
+  void adAppear(const tavik::quick::QmlBannerAd& ad);
+  void adClicked(const tavik::quick::QmlBannerAd& ad);
+
+ protected:
+  void componentComplete() override;
+
+ private:
+  void relayout();
+  void onScreenNow(bool onScreen);
+
+  QmlConfig config_;
+  QmlBannerAd ad_;
+  qreal adWidth_ = -1;
+  qreal adHeight_ = -1;
+  QString adLabelText_;
+  Qt::Alignment adLabelAlignment_ = Qt::AlignTop | Qt::AlignLeft;
+  SizeF frame_;
+  AppearanceTracker tracker_;
+  OnScreenWatcher* watcher_ = nullptr;
+};
+
+}  // namespace tavik::quick

@@ -1,0 +1,140 @@
+#include "views/media_support.h"
+
+#include <QBuffer>
+#include <QGuiApplication>
+#include <QImage>
+#include <QImageReader>
+#include <QQmlEngine>
+#include <QQuickTextureFactory>
+#include <QRunnable>
+#include <QScreen>
+#include <QThreadPool>
+#include <limits>
+#include <mutex>
+
+#include "views/creative_store.h"
+
+namespace tavik::quick {
+
+const ScreenLimits& screenLimits() {
+  static const ScreenLimits limits = [] {
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    if (!screen) {
+      constexpr double unlimited = std::numeric_limits<double>::infinity();
+      return ScreenLimits{unlimited, unlimited};
+    }
+    const QSize size = screen->size();
+    return limitsForScreen({static_cast<double>(size.width()), static_cast<double>(size.height())});
+  }();
+  return limits;
+}
+
+namespace {
+
+// What a response shares with the work running for it. The response can be deleted by
+// the engine only after it has emitted `finished`, so the worker reaches it through this
+// state, under the lock, and the response clears it when it goes.
+class CreativeImageResponse;
+struct ResponseState {
+  std::mutex mutex;
+  CreativeImageResponse* response = nullptr;
+  bool done = false;
+};
+
+class CreativeImageResponse : public QQuickImageResponse {
+ public:
+  CreativeImageResponse() : state_(std::make_shared<ResponseState>()) { state_->response = this; }
+  ~CreativeImageResponse() override {
+    std::lock_guard lock(state_->mutex);
+    state_->response = nullptr;
+  }
+
+  std::shared_ptr<ResponseState> state() const { return state_; }
+
+  QQuickTextureFactory* textureFactory() const override {
+    return QQuickTextureFactory::textureFactoryForImage(image_);
+  }
+  QString errorString() const override { return error_; }
+
+  void cancel() override { complete({}, QStringLiteral("cancelled")); }
+
+  // Called under the state's lock or on the response's own thread.
+  static void finish(const std::shared_ptr<ResponseState>& state, QImage image, QString error) {
+    std::lock_guard lock(state->mutex);
+    if (state->done || !state->response) return;
+    state->done = true;
+    state->response->image_ = std::move(image);
+    state->response->error_ = std::move(error);
+    Q_EMIT state->response->finished();
+  }
+
+ private:
+  void complete(QImage image, QString error) { finish(state_, std::move(image), std::move(error)); }
+
+  std::shared_ptr<ResponseState> state_;
+  QImage image_;
+  QString error_;
+};
+
+QImage decode(const std::string& bytes, const QSize& requestedSize) {
+  QByteArray data = QByteArray::fromRawData(bytes.data(), static_cast<qsizetype>(bytes.size()));
+  QBuffer buffer(&data);
+  buffer.open(QIODevice::ReadOnly);
+  QImageReader reader(&buffer);
+  if (requestedSize.isValid()) {
+    QSize size = reader.size();
+    if (size.isValid()) reader.setScaledSize(size.scaled(requestedSize, Qt::KeepAspectRatio));
+  }
+  return reader.read();
+}
+
+}  // namespace
+
+QQuickImageResponse* CreativeImageProvider::requestImageResponse(const QString& id,
+                                                                 const QSize& requestedSize) {
+  auto* response = new CreativeImageResponse();
+  const QByteArray address = QByteArray::fromBase64(
+      id.toLatin1(), QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
+  auto state = response->state();
+  detail::fetchCreativeBytes(address.toStdString())
+      .whenReady([state, requestedSize](const Future<detail::Bytes>& ready) {
+        detail::Bytes bytes;
+        try {
+          bytes = ready.get();
+        } catch (const std::exception& e) {
+          CreativeImageResponse::finish(state, {}, QString::fromUtf8(e.what()));
+          return;
+        }
+        // Decoding is real work: keep it off the transport thread.
+        QThreadPool::globalInstance()->start([state, bytes, requestedSize] {
+          {
+            std::lock_guard lock(state->mutex);
+            if (state->done || !state->response) return;  // cancelled meanwhile
+          }
+          QImage image = decode(*bytes, requestedSize);
+          CreativeImageResponse::finish(
+              state, image, image.isNull() ? QStringLiteral("not an image") : QString());
+        });
+      });
+  return response;
+}
+
+void installImageProvider(QQmlEngine* engine) {
+  if (engine && !engine->imageProvider(QLatin1String(kImageProviderId))) {
+    engine->addImageProvider(QLatin1String(kImageProviderId), new CreativeImageProvider());
+  }
+}
+
+TavikMedia* TavikMedia::create(QQmlEngine* engine, QJSEngine*) {
+  installImageProvider(engine);
+  return new TavikMedia();
+}
+
+QString TavikMedia::imageSource(const QString& address) const {
+  if (address.trimmed().isEmpty()) return {};
+  return QStringLiteral("image://tavik/") +
+         QString::fromLatin1(address.toUtf8().toBase64(QByteArray::Base64UrlEncoding |
+                                                       QByteArray::OmitTrailingEquals));
+}
+
+}  // namespace tavik::quick

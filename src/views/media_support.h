@@ -1,0 +1,66 @@
+#pragma once
+
+// Qt-side helpers every view shares: the screen limits, creative images served to QML
+// through the SDK's transport, and the QML singleton `TavikMedia` that wires both into
+// an engine.
+
+#include <QtQml/qqmlregistration.h>
+#include <QObject>
+#include <QQuickAsyncImageProvider>
+#include <QString>
+
+#include "views/view_logic.h"
+
+class QQmlEngine;
+class QJSEngine;
+
+namespace tavik::quick {
+
+/// The process-wide limits, computed from the primary screen at the first read and
+/// never refreshed (a rotation or a screen change later does not move them). Without a
+/// screen nothing is capped.
+const ScreenLimits& screenLimits();
+
+/// Name of the image provider: "image://tavik/<address, base64url>".
+inline constexpr const char* kImageProviderId = "tavik";
+
+/// Serves `image://tavik/...` from the SDK's transport. Decoding runs on Qt's thread
+/// pool, never on the transport thread or the UI thread.
+class CreativeImageProvider : public QQuickAsyncImageProvider {
+ public:
+  QQuickImageResponse* requestImageResponse(const QString& id, const QSize& requestedSize) override;
+};
+
+/// Installs the image provider on `engine` unless it has one already.
+void installImageProvider(QQmlEngine* engine);
+
+/// QML helpers of the module: `TavikMedia.imageSource(address)` gives the source an
+/// `Image` loads a creative from ("" for an empty address, which draws nothing).
+/// Creating the singleton installs the image provider on its engine.
+class TavikMedia : public QObject {
+  Q_OBJECT
+  QML_ELEMENT
+  QML_SINGLETON
+  Q_PROPERTY(qreal maxAdWidth READ maxAdWidth CONSTANT)
+  Q_PROPERTY(qreal maxAdHeight READ maxAdHeight CONSTANT)
+
+ public:
+  static TavikMedia* create(QQmlEngine* engine, QJSEngine*);
+
+  Q_INVOKABLE QString imageSource(const QString& address) const;
+  Q_INVOKABLE QString closeSymbol() const { return symbol(kCloseSymbol); }
+  Q_INVOKABLE QString fullScreenSymbol(bool isFullScreen) const {
+    return symbol(quick::fullScreenSymbol(isFullScreen));
+  }
+  Q_INVOKABLE QString muteSymbol(bool isMuted) const { return symbol(quick::muteSymbol(isMuted)); }
+  qreal maxAdWidth() const { return screenLimits().maxAdWidth; }
+  qreal maxAdHeight() const { return screenLimits().maxAdHeight; }
+
+ private:
+  TavikMedia() = default;
+  static QString symbol(std::string_view name) {
+    return QString::fromLatin1(name.data(), static_cast<qsizetype>(name.size()));
+  }
+};
+
+}  // namespace tavik::quick

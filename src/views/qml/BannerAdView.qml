@@ -1,0 +1,70 @@
+import QtQuick
+import Tavik
+
+// One image or video banner. The C++ base decides (frame, kind, label place, events);
+// this file draws the creative and the label and forwards taps and keys.
+BannerAdViewBase {
+    id: root
+
+    activeFocusOnTab: creativeKind !== BannerAdViewBase.None
+    Accessible.role: Accessible.Button
+    Accessible.name: qsTr("Sponsored")
+    Accessible.description: root.adLabelText
+    Accessible.focusable: true
+    Accessible.onPressAction: root.tap()
+    Keys.onReturnPressed: root.tap()
+    Keys.onEnterPressed: root.tap()
+    Keys.onSpacePressed: root.tap()
+
+    Item {
+        id: frame
+        objectName: "bannerFrame"
+        width: root.frameWidth
+        height: root.frameHeight
+        anchors.centerIn: parent
+        visible: root.creativeKind !== BannerAdViewBase.None
+
+        Loader {
+            anchors.fill: parent
+            active: root.creativeKind === BannerAdViewBase.Image
+            sourceComponent: ImageAdView {
+                imageUrl: root.ad.elements.value
+            }
+        }
+
+        Loader {
+            id: video
+            objectName: "videoLoader"
+            anchors.fill: parent
+            active: root.creativeKind === BannerAdViewBase.Video
+            sourceComponent: VideoAdView {
+                config: root.config
+                cliUbid: root.adCliUbid
+                uclid: root.ad.uclid
+                url: root.ad.elements.value
+                progressTrackInterval: root.ad.elements.videoProgressSec ?? 3
+            }
+        }
+
+        AdLabelTag {
+            id: tag
+            visible: root.adLabelText !== ""
+            labelText: root.adLabelText
+            x: root.labelRect(width, height).x
+            y: root.labelRect(width, height).y
+        }
+
+        TapHandler {
+            onTapped: root.tap()
+        }
+
+        // Keyboard focus: a thin ring, drawn only while the banner has it.
+        Rectangle {
+            anchors.fill: parent
+            color: "transparent"
+            border.width: 2
+            border.color: "#3d7eff"
+            visible: root.activeFocus
+        }
+    }
+}

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QString>
+#include <functional>
+
+class QObject;
+class QQuickItem;
+
+namespace tavik::quick::detail {
+
+/// Creates the module's QML type `typeName` ("BannerAdView") in `parent`'s engine and
+/// context, lets `setUp` set its properties before bindings settle, parents it to
+/// `parent` and returns it, owned by C++ (the parent). The compiled component is kept
+/// per engine, so a second view of a type costs only the instantiation.
+QQuickItem* createViewItem(const QString& typeName, QQuickItem* parent,
+                           const std::function<void(QObject*)>& setUp);
+
+}  // namespace tavik::quick::detail

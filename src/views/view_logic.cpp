@@ -1,0 +1,56 @@
+#include "views/view_logic.h"
+
+#include <algorithm>
+
+namespace tavik::quick {
+
+ScreenLimits limitsForScreen(SizeF screen) {
+  return {0.8 * screen.width, 0.8 * screen.height};
+}
+
+CreativeKind creativeKind(std::string_view crt, std::string_view elementType) {
+  if (!isImageCreative(crt) && !isVideoCreative(crt)) return CreativeKind::none;
+  if (elementType == "IMAGE") return CreativeKind::image;
+  if (elementType == "VIDEO") return CreativeKind::video;
+  return CreativeKind::none;
+}
+
+SizeF bannerFrame(const BannerAd& ad, std::optional<double> width, std::optional<double> height,
+                  const ScreenLimits& limits) {
+  if (creativeKind(ad) == CreativeKind::none) return {};
+  const double w = width.value_or(static_cast<double>(ad.elements.width));
+  const double h = height.value_or(static_cast<double>(ad.elements.height));
+  // A negative wanted size is a host mistake; it draws nothing rather than misbehaving.
+  return {std::clamp(w, 0.0, std::max(0.0, limits.maxAdWidth)),
+          std::clamp(h, 0.0, std::max(0.0, limits.maxAdHeight))};
+}
+
+RectF placeLabel(SizeF frame, SizeF label, LabelAlignment alignment) {
+  auto offset = [](double room, double size, int where) {
+    switch (where) {
+      case 0:
+        return 0.0;
+      case 1:
+        return (room - size) / 2;
+      default:
+        return room - size;
+    }
+  };
+  return {offset(frame.width, label.width, static_cast<int>(alignment.horizontal)),
+          offset(frame.height, label.height, static_cast<int>(alignment.vertical)), label.width,
+          label.height};
+}
+
+bool partlyVisible(const RectF& item, std::span<const RectF> clips) {
+  double left = item.x, top = item.y;
+  double right = item.x + item.width, bottom = item.y + item.height;
+  for (const RectF& clip : clips) {
+    left = std::max(left, clip.x);
+    top = std::max(top, clip.y);
+    right = std::min(right, clip.x + clip.width);
+    bottom = std::min(bottom, clip.y + clip.height);
+  }
+  return right > left && bottom > top;
+}
+
+}  // namespace tavik::quick

@@ -1,0 +1,113 @@
+#pragma once
+
+// What the views decide, as plain C++ that tests drive without a window: which
+// creative an ad gets, how large its frame is, where the ad label goes, when an
+// appearance counts and when an impression is due.
+
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "tavik/ads/ad_models.h"
+
+namespace tavik::quick {
+
+struct SizeF {
+  double width = 0;
+  double height = 0;
+  friend bool operator==(const SizeF&, const SizeF&) = default;
+};
+
+struct RectF {
+  double x = 0;
+  double y = 0;
+  double width = 0;
+  double height = 0;
+  friend bool operator==(const RectF&, const RectF&) = default;
+};
+
+/// Every ad frame is capped by these: 0.8 times the main screen's width and height.
+struct ScreenLimits {
+  double maxAdWidth = 0;
+  double maxAdHeight = 0;
+};
+/// The limits of a screen of the given size.
+ScreenLimits limitsForScreen(SizeF screen);
+
+/// The presentation a banner ad gets: its template must start with the image or video
+/// prefix, and its element type must be exactly "IMAGE" or "VIDEO". Anything else draws
+/// nothing and reports nothing.
+enum class CreativeKind { none, image, video };
+CreativeKind creativeKind(std::string_view crt, std::string_view elementType);
+inline CreativeKind creativeKind(const BannerAd& ad) {
+  return creativeKind(ad.crt, ad.elements.type);
+}
+
+/// The frame of a banner: the wanted size, or the creative's own, each capped by the
+/// screen limits. Empty for an ad the banner does not draw.
+SizeF bannerFrame(const BannerAd& ad, std::optional<double> width, std::optional<double> height,
+                  const ScreenLimits& limits);
+
+/// Where the ad label sits inside the ad's frame.
+enum class HorizontalAlignment { leading, center, trailing };
+enum class VerticalAlignment { top, center, bottom };
+struct LabelAlignment {
+  HorizontalAlignment horizontal = HorizontalAlignment::leading;
+  VerticalAlignment vertical = VerticalAlignment::top;
+  friend bool operator==(const LabelAlignment&, const LabelAlignment&) = default;
+};
+/// Top-left corner of a label of size `label` placed in `frame` at `alignment` (the
+/// label box carries its own outer padding, so it is placed flush).
+RectF placeLabel(SizeF frame, SizeF label, LabelAlignment alignment);
+
+/// The symbols of the overlay controls; the module's icon set is keyed by these names.
+inline constexpr std::string_view kCloseSymbol = "xmark.circle.fill";
+inline constexpr std::string_view kEnterFullScreenSymbol =
+    "arrow.up.left.and.arrow.down.right.rectangle.fill";
+inline constexpr std::string_view kExitFullScreenSymbol =
+    "arrow.down.right.and.arrow.up.left.rectangle.fill";
+inline constexpr std::string_view kMutedSymbol = "speaker.slash.circle.fill";
+inline constexpr std::string_view kSoundOnSymbol = "speaker.circle.fill";
+/// While full screen the button offers the way back, and the other way round.
+constexpr std::string_view fullScreenSymbol(bool isFullScreen) {
+  return isFullScreen ? kExitFullScreenSymbol : kEnterFullScreenSymbol;
+}
+constexpr std::string_view muteSymbol(bool isMuted) {
+  return isMuted ? kMutedSymbol : kSoundOnSymbol;
+}
+
+/// True when `item` (scene coordinates) has an area in common with every clip rectangle
+/// (the window first, then every clipping ancestor).
+bool partlyVisible(const RectF& item, std::span<const RectF> clips);
+
+/// A view's appearances and its one impression. `update` is told whether the view is on
+/// screen now; it answers whether this is a new appearance (the host's `adAppear`
+/// fires on each) and whether the impression is due (only on the first).
+class AppearanceTracker {
+ public:
+  struct Change {
+    bool appeared = false;
+    bool reportImpression = false;
+  };
+
+  Change update(bool onScreen) {
+    Change change;
+    if (onScreen && !onScreen_) {
+      change.appeared = true;
+      change.reportImpression = !isAppear_;
+      isAppear_ = true;
+    }
+    onScreen_ = onScreen;
+    return change;
+  }
+
+  bool onScreen() const { return onScreen_; }
+  /// Whether the impression was reported; never goes back to false.
+  bool isAppear() const { return isAppear_; }
+
+ private:
+  bool onScreen_ = false;
+  bool isAppear_ = false;
+};
+
+}  // namespace tavik::quick

@@ -1,0 +1,155 @@
+// The banner manager as a C++ host uses it: accessors, showAd into a live Quick scene,
+// callbacks, events on the sandbox's log, ownership, and failures that stay silent.
+#include <gtest/gtest.h>
+
+#include <QImage>
+#include <QPointer>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickView>
+#include <thread>
+
+#include "support/sandbox_fixture.h"
+#include "tavik/ads/ad_models.h"
+#include "tavik/views/views.h"
+#include "views/creative_store.h"
+#include "views/view_logic.h"
+
+namespace tavik::test {
+namespace {
+
+BannerAd catalogueAd(const char* unit, int index = 0) {
+  return decodeBannerAd(SandboxFixture::shared().adJson(unit, index).toStdString());
+}
+
+// A window with an empty root item, shown, as a host's screen.
+struct Scene {
+  Scene() {
+    view.engine()->addImportPath(QStringLiteral(TAVIK_QML_DIR));
+    view.setSource(
+        QUrl(QStringLiteral("data:text/plain,import QtQuick%0AItem { width: 400; height: 300 }")));
+    view.resize(400, 300);
+    view.show();
+    spinUntil([&] { return view.isExposed(); });
+  }
+  QQuickItem* root() { return view.rootObject(); }
+  QQuickView view;
+};
+
+TEST(BannerViews, AccessorsFollowTheConfiguration) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  const TAVIK sdk = fixture.env().sdk();
+  auto first = quick::views(sdk).bannerAdView();
+  auto second = quick::views(sdk).bannerAdView();
+  ASSERT_TRUE(first);
+  EXPECT_NE(first.get(), second.get());
+  EXPECT_FALSE(quick::views(fixture.env().sdk(false, "")).bannerAdView());
+}
+
+TEST(BannerViews, ShowAdPlacesTheBannerReportsOnceAndCallsTheHost) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  fixture.reset();
+  Scene scene;
+  ASSERT_TRUE(scene.root());
+  const std::thread::id uiThread = std::this_thread::get_id();
+  int appeared = 0;
+  std::vector<std::string> clicked;
+  BannerAdSettings settings;
+  settings.width = 300;
+  settings.adLabelText = "Sponsored";
+  settings.adAppear = [&](const BannerAd& ad) {
+    EXPECT_EQ(std::this_thread::get_id(), uiThread);
+    EXPECT_EQ(ad.uclid, "uc-home-banner-1");
+    ++appeared;
+  };
+  settings.adClicked = [&](const BannerAd& ad) {
+    EXPECT_EQ(std::this_thread::get_id(), uiThread);
+    clicked.push_back(ad.elements.destinationUrl.value_or(""));
+  };
+  auto manager = quick::views(TAVIK::shared()).bannerAdView();
+  QQuickItem* item = manager->showAd(catalogueAd("au_home_banner"), settings, scene.root());
+  ASSERT_TRUE(item);
+  EXPECT_EQ(item->parentItem(), scene.root());
+  EXPECT_EQ(item->parent(), scene.root());
+  EXPECT_DOUBLE_EQ(item->width(), 300);
+  EXPECT_DOUBLE_EQ(item->height(), 50);
+  ASSERT_TRUE(spinUntil([&] { return appeared == 1; }));
+
+  QMetaObject::invokeMethod(item, "tap");
+  QMetaObject::invokeMethod(item, "tap");
+  EXPECT_EQ(clicked, (std::vector<std::string>{"https://shop.example.com/deals/summer",
+                                               "https://shop.example.com/deals/summer"}));
+  ASSERT_TRUE(fixture.env().server().waitForEvents(3, std::chrono::seconds(5)));
+  spinUntil([] { return false; }, 200);
+  const auto log = fixture.env().server().eventLog();
+  ASSERT_EQ(log.size(), 3u);
+  EXPECT_EQ(log[0]["path"], "/events");
+  EXPECT_EQ(log[0]["params"]["event_name"], "funnel_impression");
+  EXPECT_EQ(log[0]["params"]["uclid"], "uc-home-banner-1");
+  EXPECT_EQ(log[0]["params"]["client_id"], "client-1");
+  EXPECT_FALSE(log[0]["params"].contains("position"));
+  for (int i : {1, 2}) {
+    EXPECT_EQ(log[i]["path"], "/aclick");
+    EXPECT_EQ(log[i]["params"]["uclid"], "uc-home-banner-1");
+    EXPECT_EQ(log[i]["params"]["cli_ubid"], "");
+  }
+
+  // The parent owns the view: it goes with it.
+  QPointer<QQuickItem> watched(item);
+  delete scene.root();
+  EXPECT_TRUE(watched.isNull());
+}
+
+TEST(BannerViews, WithoutAnEngineOrParentNothingIsMade) {
+  BannerAdViewManager manager(SandboxFixture::shared().env().config());
+  EXPECT_EQ(manager.showAd(catalogueAd("au_home_banner"), {}, nullptr), nullptr);
+  QQuickItem orphan;
+  EXPECT_EQ(manager.showAd(catalogueAd("au_home_banner"), {}, &orphan), nullptr);
+}
+
+TEST(BannerViews, ACreativeThatFailsLeavesTheFrameEmpty) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  fixture.env().server().script("/media/missing.png", reply(404, "{}"));
+  BannerAd ad = catalogueAd("au_home_banner");
+  ad.elements.value = fixture.env().base() + "/media/missing.png";
+  Scene scene;
+  BannerAdViewManager manager(fixture.env().config());
+  QQuickItem* item = manager.showAd(ad, {}, scene.root());
+  ASSERT_TRUE(item);
+  QObject* image = item->findChild<QObject*>(QStringLiteral("creativeImage"));
+  ASSERT_TRUE(image);
+  ASSERT_TRUE(spinUntil([&] { return image->property("status").toInt() == 3; }));  // Error
+  EXPECT_DOUBLE_EQ(item->width(), 320);  // the frame stays; nothing is drawn in it
+  EXPECT_EQ(quick::detail::creativeStoreStats().cachedBytes, 0u);
+}
+
+TEST(BannerViews, CreativesComeThroughTheTransportAndTheCache) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  fixture.reset();
+  const std::string url = fixture.env().base() + "/media/banner_320x50.png";
+  auto bytes = quick::detail::fetchCreativeBytes(url).get();
+  ASSERT_TRUE(bytes);
+  EXPECT_FALSE(QImage::fromData(QByteArray::fromStdString(*bytes)).isNull());
+  auto again = quick::detail::fetchCreativeBytes(url).get();
+  EXPECT_EQ(again.get(), bytes.get());  // answered from memory
+  EXPECT_EQ(fixture.env().server().requests("/media/banner_320x50.png").size(), 1u);
+  // http is refused before anything is sent, like every request of the SDK.
+  EXPECT_THROW(quick::detail::fetchCreativeBytes("http://127.0.0.1:1/x.png").get(), TavikError);
+  const std::string path =
+      quick::detail::fetchCreativeFile(fixture.env().base() + "/media/video_320x180.mp4").get();
+  EXPECT_GT(std::filesystem::file_size(path), 1000u);
+}
+
+TEST(BannerViews, EveryControlSymbolHasAnIcon) {
+  SandboxFixture::shared();
+  for (auto symbol : {quick::kCloseSymbol, quick::kEnterFullScreenSymbol,
+                      quick::kExitFullScreenSymbol, quick::kMutedSymbol, quick::kSoundOnSymbol}) {
+    const QString path = QStringLiteral(":/qt/qml/Tavik/icons/") +
+                         QString::fromLatin1(symbol.data(), symbol.size()) + ".svg";
+    const QImage icon(path);
+    EXPECT_FALSE(icon.isNull()) << path.toStdString();
+  }
+}
+
+}  // namespace
+}  // namespace tavik::test

@@ -1,0 +1,13 @@
+// main() of the tavik::quick gtest binaries: a QGuiApplication (offscreen unless the
+// test runs under Xvfb), so views, timers and queued continuations work.
+#include <gtest/gtest.h>
+
+#include <QGuiApplication>
+#include <cstdlib>
+
+int main(int argc, char** argv) {
+  if (!std::getenv("QT_QPA_PLATFORM")) setenv("QT_QPA_PLATFORM", "offscreen", 1);
+  QGuiApplication app(argc, argv);
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

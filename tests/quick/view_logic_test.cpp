@@ -1,0 +1,128 @@
+// The views' decisions without a window: creative kinds, frames and caps, label
+// placement, visibility through clips, appearances and the one impression, symbols.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "views/banner_ad_item.h"
+#include "views/view_logic.h"
+
+namespace tavik::quick {
+namespace {
+
+BannerAd adOf(std::string crt, std::string type, std::int64_t width = 320,
+              std::int64_t height = 50) {
+  BannerAd ad;
+  ad.uclid = "uc-1";
+  ad.crt = std::move(crt);
+  ad.elements.type = std::move(type);
+  ad.elements.width = width;
+  ad.elements.height = height;
+  return ad;
+}
+
+TEST(CreativeKind, PrefixOfTheTemplateAndExactElementType) {
+  struct Case {
+    const char* crt;
+    const char* type;
+    CreativeKind kind;
+  };
+  const std::vector<Case> table = {
+      {"tavik_sdk/image/v1", "IMAGE", CreativeKind::image},
+      {"tavik_sdk/image/v1/wide", "IMAGE", CreativeKind::image},
+      {"tavik_sdk/video/v1", "VIDEO", CreativeKind::video},
+      {"tavik_sdk/video/v1", "IMAGE", CreativeKind::image},  // the type decides the drawing
+      {"tavik_sdk/image/v1", "image", CreativeKind::none},
+      {"TAVIK_SDK/IMAGE/V1", "IMAGE", CreativeKind::none},
+      {"tavik_sdk/carousel/v1", "IMAGE", CreativeKind::none},
+      {"tavik_sdk/image/v", "IMAGE", CreativeKind::none},
+      {"", "VIDEO", CreativeKind::none},
+      {"tavik_sdk/image/v1", "GIF", CreativeKind::none},
+  };
+  for (const Case& c : table) {
+    EXPECT_EQ(creativeKind(c.crt, c.type), c.kind) << c.crt << " / " << c.type;
+  }
+}
+
+TEST(BannerFrame, WantedSizeOrTheCreativesCappedByTheScreen) {
+  const ScreenLimits phone = limitsForScreen({400, 800});
+  EXPECT_DOUBLE_EQ(phone.maxAdWidth, 320);
+  EXPECT_DOUBLE_EQ(phone.maxAdHeight, 640);
+
+  const BannerAd banner = adOf("tavik_sdk/image/v1", "IMAGE", 300, 250);
+  EXPECT_EQ(bannerFrame(banner, std::nullopt, std::nullopt, phone), (SizeF{300, 250}));
+  EXPECT_EQ(bannerFrame(banner, 10000, std::nullopt, phone), (SizeF{320, 250}));
+  EXPECT_EQ(bannerFrame(banner, 200, 10000, phone), (SizeF{200, 640}));
+  EXPECT_EQ(bannerFrame(adOf("tavik_sdk/image/v1", "IMAGE", 1000, 1000), std::nullopt, std::nullopt,
+                        phone),
+            (SizeF{320, 640}));
+  // An ad the banner does not draw has no frame, whatever was asked for.
+  EXPECT_EQ(bannerFrame(adOf("tavik_sdk/image/v1", "image"), 100, 100, phone), (SizeF{0, 0}));
+  EXPECT_EQ(bannerFrame(banner, -5, std::nullopt, phone), (SizeF{0, 250}));
+}
+
+TEST(LabelPlacement, NinePlacesFromQtAlignmentFlags) {
+  const SizeF frame{300, 250};
+  const SizeF label{40, 20};
+  struct Case {
+    Qt::Alignment flags;
+    double x;
+    double y;
+  };
+  const std::vector<Case> table = {
+      {Qt::AlignLeft | Qt::AlignTop, 0, 0},
+      {Qt::AlignHCenter | Qt::AlignTop, 130, 0},
+      {Qt::AlignRight | Qt::AlignTop, 260, 0},
+      {Qt::AlignLeft | Qt::AlignVCenter, 0, 115},
+      {Qt::AlignCenter, 130, 115},
+      {Qt::AlignTrailing | Qt::AlignVCenter, 260, 115},
+      {Qt::AlignLeading | Qt::AlignBottom, 0, 230},
+      {Qt::AlignHCenter | Qt::AlignBottom, 130, 230},
+      {Qt::AlignRight | Qt::AlignBottom, 260, 230},
+  };
+  for (const Case& c : table) {
+    const RectF placed = placeLabel(frame, label, labelAlignmentFrom(c.flags));
+    EXPECT_EQ(placed, (RectF{c.x, c.y, 40, 20})) << int(c.flags);
+  }
+  // No flags at all: the centre on both axes.
+  EXPECT_EQ(placeLabel(frame, label, labelAlignmentFrom({})), (RectF{130, 115, 40, 20}));
+}
+
+TEST(Visibility, SomeAreaInsideTheWindowAndEveryClip) {
+  const RectF window{0, 0, 400, 300};
+  const RectF scroller{0, 50, 400, 200};
+  const std::vector<RectF> both = {window, scroller};
+  EXPECT_TRUE(partlyVisible({10, 60, 100, 50}, both));
+  EXPECT_TRUE(partlyVisible({10, 240, 100, 50}, both));   // ten points still inside
+  EXPECT_FALSE(partlyVisible({10, 250, 100, 50}, both));  // touching the edge is not inside
+  EXPECT_FALSE(partlyVisible({10, -60, 100, 50}, both));  // scrolled above
+  EXPECT_FALSE(partlyVisible({500, 60, 100, 50}, both));  // right of the window
+  EXPECT_FALSE(partlyVisible({10, 60, 0, 50}, both));     // no area
+  const std::vector<RectF> windowOnly = {window};
+  EXPECT_TRUE(partlyVisible({-50, -20, 60, 30}, windowOnly));
+}
+
+TEST(Appearance, EveryAppearanceCountsTheImpressionOnlyOnce) {
+  AppearanceTracker tracker;
+  EXPECT_FALSE(tracker.update(false).appeared);
+  auto first = tracker.update(true);
+  EXPECT_TRUE(first.appeared);
+  EXPECT_TRUE(first.reportImpression);
+  EXPECT_FALSE(tracker.update(true).appeared);  // still on screen: not a new appearance
+  tracker.update(false);
+  auto second = tracker.update(true);
+  EXPECT_TRUE(second.appeared);
+  EXPECT_FALSE(second.reportImpression);
+  EXPECT_TRUE(tracker.isAppear());
+}
+
+TEST(ControlSymbols, StateToSymbol) {
+  EXPECT_EQ(muteSymbol(true), "speaker.slash.circle.fill");
+  EXPECT_EQ(muteSymbol(false), "speaker.circle.fill");
+  EXPECT_EQ(fullScreenSymbol(true), "arrow.down.right.and.arrow.up.left.rectangle.fill");
+  EXPECT_EQ(fullScreenSymbol(false), "arrow.up.left.and.arrow.down.right.rectangle.fill");
+  EXPECT_EQ(kCloseSymbol, "xmark.circle.fill");
+}
+
+}  // namespace
+}  // namespace tavik::quick
