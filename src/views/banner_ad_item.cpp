@@ -80,6 +80,14 @@ void BannerAdViewBase::setAdLabelAlignment(Qt::Alignment alignment) {
   if (alignment == adLabelAlignment_) return;
   adLabelAlignment_ = alignment;
   Q_EMIT labelChanged();
+  Q_EMIT labelPositionChanged();
+}
+
+void BannerAdViewBase::setLabelSize(const QSizeF& size) {
+  if (size == labelSize_) return;
+  labelSize_ = size;
+  Q_EMIT labelChanged();
+  Q_EMIT labelPositionChanged();
 }
 
 BannerAdViewBase::CreativeKind BannerAdViewBase::creativeKindProperty() const {
@@ -106,7 +114,10 @@ void BannerAdViewBase::relayout() {
   const bool changed = !(frame == frame_);
   frame_ = frame;
   setImplicitSize(frame.width, frame.height);
-  if (changed) Q_EMIT layoutChanged();
+  if (changed) {
+    Q_EMIT layoutChanged();
+    Q_EMIT labelPositionChanged();
+  }
   if (watcher_) watcher_->check();
 }
 

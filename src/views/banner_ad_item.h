@@ -35,6 +35,8 @@ class BannerAdViewBase : public QQuickItem {
   Q_PROPERTY(QString adLabelText READ adLabelText WRITE setAdLabelText NOTIFY labelChanged)
   Q_PROPERTY(Qt::Alignment adLabelAlignment READ adLabelAlignment WRITE setAdLabelAlignment NOTIFY
                  labelChanged)
+  Q_PROPERTY(QSizeF labelSize READ labelSize WRITE setLabelSize NOTIFY labelChanged)
+  Q_PROPERTY(QPointF labelPosition READ labelPosition NOTIFY labelPositionChanged)
   Q_PROPERTY(qreal frameWidth READ frameWidth NOTIFY layoutChanged)
   Q_PROPERTY(qreal frameHeight READ frameHeight NOTIFY layoutChanged)
   Q_PROPERTY(CreativeKind creativeKind READ creativeKindProperty NOTIFY layoutChanged)
@@ -62,6 +64,12 @@ class BannerAdViewBase : public QQuickItem {
   Qt::Alignment adLabelAlignment() const { return adLabelAlignment_; }
   void setAdLabelAlignment(Qt::Alignment alignment);
 
+  /// The label's size (the QML label sets it); `labelPosition` is where it goes.
+  QSizeF labelSize() const { return labelSize_; }
+  void setLabelSize(const QSizeF& size);
+  QPointF labelPosition() const {
+    return labelRect(labelSize_.width(), labelSize_.height()).topLeft();
+  }
   qreal frameWidth() const { return frame_.width; }
   qreal frameHeight() const { return frame_.height; }
   CreativeKind creativeKindProperty() const;
@@ -79,6 +87,7 @@ class BannerAdViewBase : public QQuickItem {
   void adChanged();
   void layoutChanged();
   void labelChanged();
+  void labelPositionChanged();
   void onScreenChanged();
   void impressionReportedChanged();
   void adAppear(const tavik::quick::QmlBannerAd& ad);
@@ -97,6 +106,7 @@ class BannerAdViewBase : public QQuickItem {
   qreal adHeight_ = -1;
   QString adLabelText_;
   Qt::Alignment adLabelAlignment_ = Qt::AlignTop | Qt::AlignLeft;
+  QSizeF labelSize_;
   SizeF frame_;
   AppearanceTracker tracker_;
   OnScreenWatcher* watcher_ = nullptr;

@@ -15,6 +15,7 @@ BannerAdViewBase {
     Keys.onReturnPressed: root.tap()
     Keys.onEnterPressed: root.tap()
     Keys.onSpacePressed: root.tap()
+    labelSize: Qt.size(tag.width, tag.height)
 
     Item {
         id: frame
@@ -50,8 +51,8 @@ BannerAdViewBase {
             id: tag
             visible: root.adLabelText !== ""
             labelText: root.adLabelText
-            x: root.labelRect(width, height).x
-            y: root.labelRect(width, height).y
+            x: root.labelPosition.x
+            y: root.labelPosition.y
         }
 
         TapHandler {
