@@ -2,7 +2,6 @@
 
 #include <QQuickItem>
 #include <QQuickWindow>
-#include <QTimer>
 #include <vector>
 
 #include "views/view_logic.h"
@@ -24,30 +23,44 @@ bool isOnScreen(const QQuickItem* item) {
       {0, 0, static_cast<double>(window->width()), static_cast<double>(window->height())});
   for (const QQuickItem* ancestor = item->parentItem(); ancestor;
        ancestor = ancestor->parentItem()) {
-    if (ancestor->clip()) clips.push_back(toRect(ancestor->mapRectToScene(ancestor->clipRect())));
+    // An item with clip set clips its children to its own bounds.
+    if (ancestor->clip())
+      clips.push_back(toRect(ancestor->mapRectToScene(ancestor->boundingRect())));
   }
   return partlyVisible(toRect(item->mapRectToScene(item->boundingRect())), clips);
 }
 
 OnScreenWatcher::OnScreenWatcher(QQuickItem* item) : QObject(item), item_(item) {
-  connect(item, &QQuickItem::windowChanged, this, [this](QQuickWindow* window) { attach(window); });
-  connect(item, &QQuickItem::visibleChanged, this, &OnScreenWatcher::check);
-  attach(item->window(), false);
-  // The first check waits for the event loop, so that the owner is connected by then.
-  QTimer::singleShot(0, this, &OnScreenWatcher::check);
+  connect(item, &QQuickItem::windowChanged, this, &OnScreenWatcher::attach);
+  connect(item, &QQuickItem::visibleChanged, this, &OnScreenWatcher::requestCheck);
+  attach(item->window());
 }
 
-void OnScreenWatcher::attach(QQuickWindow* window, bool checkNow) {
+void OnScreenWatcher::attach(QQuickWindow* window) {
   disconnect(frameConnection_);
   disconnect(windowVisibility_);
   window_ = window;
-  if (window) {
-    // Every frame: a scroll, a move or a resize of any ancestor ends in a new frame.
-    frameConnection_ =
-        connect(window, &QQuickWindow::afterAnimating, this, &OnScreenWatcher::check);
-    windowVisibility_ = connect(window, &QWindow::visibilityChanged, this, &OnScreenWatcher::check);
+  if (!window) {
+    check();  // out of every window: off screen now
+    return;
   }
-  if (checkNow) check();
+  // After every frame shown: a scroll, a move or a resize of any ancestor ends in a new
+  // frame, and by then every item is where that frame drew it (a list positions a new
+  // card only after creating it). Queued, because a threaded render loop emits this on
+  // its render thread.
+  frameConnection_ = connect(window, &QQuickWindow::frameSwapped, this, &OnScreenWatcher::check,
+                             Qt::QueuedConnection);
+  windowVisibility_ =
+      connect(window, &QWindow::visibilityChanged, this, &OnScreenWatcher::requestCheck);
+  requestCheck();
+}
+
+void OnScreenWatcher::requestCheck() {
+  if (window_) {
+    window_->update();
+  } else {
+    check();
+  }
 }
 
 void OnScreenWatcher::check() {

@@ -11,7 +11,7 @@ namespace tavik::quick {
 
 /// Whether an item is on screen: it is visible, its window is shown and exposed, and
 /// part of it lies inside the window and inside every clipping ancestor (a Flickable or
-/// ListView that scrolled it away hides it). Checked once per frame of its window, so a
+/// ListView that scrolled it away hides it). Checked after every frame of its window, so a
 /// banner scrolled out and back in appears again, and one created off screen does not
 /// appear until it is scrolled in.
 bool isOnScreen(const QQuickItem* item);
@@ -25,14 +25,16 @@ class OnScreenWatcher : public QObject {
   explicit OnScreenWatcher(QQuickItem* item);
 
   bool onScreen() const { return onScreen_; }
-  /// Checks now (the watcher also checks on every frame and visibility change).
+  /// Checks now.
   void check();
+  /// Checks after the next frame (asks the window for one).
+  void requestCheck();
 
  Q_SIGNALS:
   void onScreenChanged(bool onScreen);
 
  private:
-  void attach(QQuickWindow* window, bool checkNow = true);
+  void attach(QQuickWindow* window);
 
   QQuickItem* item_;
   QPointer<QQuickWindow> window_;
