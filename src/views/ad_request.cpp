@@ -116,4 +116,13 @@ QmlBannerAd TavikAds::decodeBannerAd(const QString& jsonText) const {
   }
 }
 
+QmlCarouselAd TavikAds::decodeCarouselAd(const QString& jsonText) const {
+  try {
+    return QmlCarouselAd(tavik::decodeCarouselAd(jsonText.toStdString()));
+  } catch (const std::exception& e) {
+    qWarning("TavikAds.decodeCarouselAd: %s", e.what());
+    return {};
+  }
+}
+
 }  // namespace tavik::quick

@@ -86,6 +86,8 @@ class TavikAds : public QObject {
  public:
   explicit TavikAds(QObject* parent = nullptr) : QObject(parent) {}
   Q_INVOKABLE tavik::quick::QmlBannerAd decodeBannerAd(const QString& jsonText) const;
+  /// The same for a carousel ad (`carouselAd`).
+  Q_INVOKABLE tavik::quick::QmlCarouselAd decodeCarouselAd(const QString& jsonText) const;
 };
 
 }  // namespace tavik::quick

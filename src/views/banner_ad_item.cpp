@@ -45,7 +45,9 @@ void BannerAdViewBase::setConfig(const QmlConfig& config) {
 
 void BannerAdViewBase::setAd(const QmlBannerAd& ad) {
   if (ad == ad_) return;
-  const bool otherAd = ad.uclid() != ad_.uclid();
+  // Only a change from one ad to another starts over; the first ad keeps what was set
+  // before it (a rebuilt card told that its impression went out already).
+  const bool otherAd = ad_.valid() && ad.uclid() != ad_.uclid();
   ad_ = ad;
   if (otherAd) {
     // A different ad is a new view of it: its own first appearance and impression.
@@ -55,7 +57,13 @@ void BannerAdViewBase::setAd(const QmlBannerAd& ad) {
   }
   Q_EMIT adChanged();
   relayout();
-  if (otherAd && watcher_) onScreenNow(watcher_->onScreen());
+  if (watcher_) onScreenNow(watcher_->onScreen());
+}
+
+void BannerAdViewBase::setImpressionReported(bool reported) {
+  if (!reported || tracker_.isAppear()) return;
+  tracker_.markReported();
+  Q_EMIT impressionReportedChanged();
 }
 
 void BannerAdViewBase::setAdWidth(qreal width) {
@@ -118,7 +126,7 @@ void BannerAdViewBase::relayout() {
     Q_EMIT layoutChanged();
     Q_EMIT labelPositionChanged();
   }
-  if (watcher_) watcher_->check();
+  if (watcher_) watcher_->requestCheck();
 }
 
 void BannerAdViewBase::onScreenNow(bool onScreen) {

@@ -42,7 +42,8 @@ class BannerAdViewBase : public QQuickItem {
   Q_PROPERTY(CreativeKind creativeKind READ creativeKindProperty NOTIFY layoutChanged)
   Q_PROPERTY(QString adCliUbid READ adCliUbid NOTIFY adChanged)
   Q_PROPERTY(bool onScreen READ onScreen NOTIFY onScreenChanged)
-  Q_PROPERTY(bool impressionReported READ impressionReported NOTIFY impressionReportedChanged)
+  Q_PROPERTY(bool impressionReported READ impressionReported WRITE setImpressionReported NOTIFY
+                 impressionReportedChanged)
 
  public:
   enum CreativeKind { None, Image, Video };
@@ -76,6 +77,9 @@ class BannerAdViewBase : public QQuickItem {
   QString adCliUbid() const { return ad_.cliUbid(); }
   bool onScreen() const { return tracker_.onScreen(); }
   bool impressionReported() const { return tracker_.isAppear(); }
+  /// Setting true tells a rebuilt card that its impression went out already (a
+  /// carousel keeps that across the card instances its list makes).
+  void setImpressionReported(bool reported);
 
   /// A tap (or Enter/Space on the focused banner): reports a click, emits `adClicked`.
   Q_INVOKABLE void tap();

@@ -25,6 +25,39 @@ SizeF bannerFrame(const BannerAd& ad, std::optional<double> width, std::optional
           std::clamp(h, 0.0, std::max(0.0, limits.maxAdHeight))};
 }
 
+CarouselLayout carouselLayout(std::optional<SizeF> firstCard, const CarouselSizes& wanted,
+                              const ScreenLimits& limits) {
+  const double cardW = firstCard && firstCard->width > 0 ? firstCard->width : limits.maxAdWidth;
+  const double cardH = firstCard && firstCard->height > 0 ? firstCard->height : limits.maxAdWidth;
+  CarouselLayout layout;
+  layout.width = std::min(limits.maxAdWidth, wanted.width.value_or(limits.maxAdWidth));
+  layout.height = std::min(limits.maxAdHeight, wanted.height.value_or(cardH));
+  layout.cardWidth = std::min(layout.width, wanted.elementWidth.value_or(cardW));
+  layout.cardHeight = std::min(layout.height, wanted.elementHeight.value_or(cardH));
+  layout.pitch = layout.cardWidth + kCardSpacing;
+  return layout;
+}
+
+int pageAfterDrag(int currentIndex, int count, double translation, double pitch) {
+  if (count <= 0) return currentIndex;
+  const double threshold = pitch * 0.5;
+  if (translation < -threshold) return std::min(count - 1, currentIndex + 1);
+  if (translation > threshold) return std::max(0, currentIndex - 1);
+  return currentIndex;
+}
+
+int pageAfterStep(int currentIndex, int count, int step) {
+  if (count <= 0) return currentIndex;
+  return std::clamp(currentIndex + step, 0, count - 1);
+}
+
+double centredScrollPosition(int index, int count, const CarouselLayout& layout) {
+  if (count <= 0) return 0;
+  const double content = count * layout.cardWidth + (count - 1) * kCardSpacing;
+  const double centred = index * layout.pitch + layout.cardWidth / 2 - layout.width / 2;
+  return std::clamp(centred, 0.0, std::max(0.0, content - layout.width));
+}
+
 RectF placeLabel(SizeF frame, SizeF label, LabelAlignment alignment) {
   auto offset = [](double room, double size, int where) {
     switch (where) {

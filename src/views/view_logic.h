@@ -48,6 +48,44 @@ inline CreativeKind creativeKind(const BannerAd& ad) {
 SizeF bannerFrame(const BannerAd& ad, std::optional<double> width, std::optional<double> height,
                   const ScreenLimits& limits);
 
+/// The sizes of a carousel strip: the strip W × H, one card, and the pitch from one card
+/// to the next (card width + spacing).
+struct CarouselLayout {
+  double width = 0;
+  double height = 0;
+  double cardWidth = 0;
+  double cardHeight = 0;
+  double pitch = 0;
+  friend bool operator==(const CarouselLayout&, const CarouselLayout&) = default;
+};
+inline constexpr double kCardSpacing = 8;
+inline constexpr double kPageDotSize = 8;
+inline constexpr double kPageDotSpacing = 6;
+inline constexpr double kPageDotsTopPadding = 6;
+inline constexpr double kDragMinimumDistance = 10;
+
+/// What the host asked for; absent values fall back as the carousels define.
+struct CarouselSizes {
+  std::optional<double> width;
+  std::optional<double> height;
+  std::optional<double> elementWidth;
+  std::optional<double> elementHeight;
+};
+/// `firstCard` is the size of the first card's creative (absent for an empty list). A
+/// default card side that is missing or not above 0 falls back to the width limit (for
+/// the height too).
+CarouselLayout carouselLayout(std::optional<SizeF> firstCard, const CarouselSizes& wanted,
+                              const ScreenLimits& limits);
+
+/// The page after a drag of `translation` points: past half a pitch to the left is the
+/// next card, past half to the right the previous one (strict comparisons), clamped at
+/// both ends, no wrap. With no cards the index stays.
+int pageAfterDrag(int currentIndex, int count, double translation, double pitch);
+/// One step (wheel notch, arrow key): clamped at both ends.
+int pageAfterStep(int currentIndex, int count, int step);
+/// The strip's scroll position that centres card `index`, kept inside the content.
+double centredScrollPosition(int index, int count, const CarouselLayout& layout);
+
 /// Where the ad label sits inside the ad's frame.
 enum class HorizontalAlignment { leading, center, trailing };
 enum class VerticalAlignment { top, center, bottom };
@@ -102,6 +140,8 @@ class AppearanceTracker {
   }
 
   bool onScreen() const { return onScreen_; }
+  /// Records an impression reported by an earlier instance of the same card.
+  void markReported() { isAppear_ = true; }
   /// Whether the impression was reported; never goes back to false.
   bool isAppear() const { return isAppear_; }
 

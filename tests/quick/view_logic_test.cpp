@@ -116,6 +116,61 @@ TEST(Appearance, EveryAppearanceCountsTheImpressionOnlyOnce) {
   EXPECT_TRUE(tracker.isAppear());
 }
 
+TEST(CarouselLayout, SizesWithAndWithoutSettings) {
+  const ScreenLimits phone = limitsForScreen({400, 800});  // 320 x 640
+  // No settings: the first card's size, the strip as wide as the limit.
+  EXPECT_EQ(carouselLayout(SizeF{300, 250}, {}, phone), (CarouselLayout{320, 250, 300, 250, 308}));
+  // A first card of height 0: the card height falls back to the width limit (320), the
+  // strip height to the smaller of that and the height limit.
+  EXPECT_EQ(carouselLayout(SizeF{300, 0}, {}, phone), (CarouselLayout{320, 320, 300, 320, 308}));
+  EXPECT_EQ(carouselLayout(SizeF{300, 0}, {}, limitsForScreen({1000, 300})),
+            (CarouselLayout{800, 240, 300, 240, 308}));
+  // No cards at all: both card sides fall back to the width limit.
+  EXPECT_EQ(carouselLayout(std::nullopt, {}, phone), (CarouselLayout{320, 320, 320, 320, 328}));
+  // An element wider than the strip is cut down to the strip.
+  CarouselSizes wanted;
+  wanted.width = 200;
+  wanted.elementWidth = 500;
+  wanted.elementHeight = 100;
+  EXPECT_EQ(carouselLayout(SizeF{300, 250}, wanted, phone),
+            (CarouselLayout{200, 250, 200, 100, 208}));
+  wanted.width = 10000;
+  wanted.height = 10000;
+  EXPECT_EQ(carouselLayout(SizeF{300, 250}, wanted, phone).width, 320);
+  EXPECT_EQ(carouselLayout(SizeF{300, 250}, wanted, phone).height, 640);
+}
+
+TEST(CarouselPaging, HalfAPitchStrictlyClampedNoWrap) {
+  const double pitch = 308;  // card 300
+  struct Case {
+    int current;
+    int count;
+    double translation;
+    int expected;
+  };
+  const std::vector<Case> table = {
+      {0, 3, -155, 1}, {0, 3, -154, 0}, {1, 3, 155, 0},   {1, 3, 154, 1},
+      {2, 3, -400, 2}, {0, 3, 400, 0},  {1, 3, -1000, 2}, {0, 0, -400, 0},
+      {0, 1, -400, 0}, {0, 1, 400, 0},  {1, 3, 0, 1},
+  };
+  for (const Case& c : table) {
+    EXPECT_EQ(pageAfterDrag(c.current, c.count, c.translation, pitch), c.expected)
+        << c.current << " of " << c.count << " by " << c.translation;
+  }
+  EXPECT_EQ(pageAfterStep(0, 3, -1), 0);
+  EXPECT_EQ(pageAfterStep(2, 3, 1), 2);
+  EXPECT_EQ(pageAfterStep(1, 3, 1), 2);
+  EXPECT_EQ(pageAfterStep(0, 0, 1), 0);
+}
+
+TEST(CarouselPaging, TheCurrentCardIsCentredInsideTheContent) {
+  const CarouselLayout layout{320, 250, 300, 250, 308};
+  EXPECT_DOUBLE_EQ(centredScrollPosition(0, 5, layout), 0);     // clamped at the start
+  EXPECT_DOUBLE_EQ(centredScrollPosition(2, 5, layout), 606);   // 616 + 150 - 160
+  EXPECT_DOUBLE_EQ(centredScrollPosition(4, 5, layout), 1212);  // clamped at the end
+  EXPECT_DOUBLE_EQ(centredScrollPosition(0, 0, layout), 0);
+}
+
 TEST(ControlSymbols, StateToSymbol) {
   EXPECT_EQ(muteSymbol(true), "speaker.slash.circle.fill");
   EXPECT_EQ(muteSymbol(false), "speaker.circle.fill");

@@ -116,8 +116,118 @@ class QmlBannerAd {
   std::optional<BannerAd> ad_;
 };
 
+class QmlCarouselMedia {
+  Q_GADGET
+  QML_VALUE_TYPE(carouselMedia)
+  Q_PROPERTY(QString value READ value)
+  Q_PROPERTY(int width READ width)
+  Q_PROPERTY(int height READ height)
+  Q_PROPERTY(QString type READ type)
+  Q_PROPERTY(QVariant videoProgressSec READ videoProgressSec)
+
+ public:
+  QmlCarouselMedia() = default;
+  explicit QmlCarouselMedia(CarouselMedia media) : m_(std::move(media)) {}
+
+  QString value() const { return qs(m_.value); }
+  int width() const { return static_cast<int>(m_.width); }
+  int height() const { return static_cast<int>(m_.height); }
+  QString type() const { return qs(m_.type); }
+  QVariant videoProgressSec() const {
+    return m_.videoProgressSec ? QVariant::fromValue(static_cast<qlonglong>(*m_.videoProgressSec))
+                               : QVariant();
+  }
+
+ private:
+  CarouselMedia m_;
+};
+
+/// One card of a carousel ad (`carouselCard`); `destinationUrl` is "" when absent.
+class QmlCarouselCard {
+  Q_GADGET
+  QML_VALUE_TYPE(carouselCard)
+  Q_PROPERTY(QmlCarouselMedia media READ media)
+  Q_PROPERTY(QString destinationUrl READ destinationUrl)
+
+ public:
+  QmlCarouselCard() = default;
+  explicit QmlCarouselCard(CarouselCard card) : c_(std::move(card)) {}
+
+  QmlCarouselMedia media() const { return QmlCarouselMedia(c_.media); }
+  QString destinationUrl() const { return qs(c_.destinationUrl.value_or("")); }
+  const CarouselCard& card() const { return c_; }
+
+ private:
+  CarouselCard c_;
+};
+
+class QmlCarouselAdElements {
+  Q_GADGET
+  QML_VALUE_TYPE(carouselAdElements)
+  Q_PROPERTY(QVariantList carouselCards READ carouselCards)
+
+ public:
+  QmlCarouselAdElements() = default;
+  explicit QmlCarouselAdElements(CarouselAdElements elements) : e_(std::move(elements)) {}
+
+  /// The cards as `carouselCard` values.
+  QVariantList carouselCards() const {
+    QVariantList list;
+    for (const auto& card : e_.carouselCards)
+      list.append(QVariant::fromValue(QmlCarouselCard(card)));
+    return list;
+  }
+
+ private:
+  CarouselAdElements e_;
+};
+
+/// A `CarouselAd` in QML (`carouselAd`): `ad.elements.carouselCards` is the list of cards.
+class QmlCarouselAd {
+  Q_GADGET
+  QML_VALUE_TYPE(carouselAd)
+  Q_PROPERTY(bool valid READ valid)
+  Q_PROPERTY(QString uclid READ uclid)
+  Q_PROPERTY(QString au READ au)
+  Q_PROPERTY(QString crt READ crt)
+  Q_PROPERTY(qlonglong clientId READ clientId)
+  Q_PROPERTY(QmlCarouselAdElements elements READ elements)
+  Q_PROPERTY(qlonglong rank READ rank)
+  Q_PROPERTY(QString clickTrackingUrl READ clickTrackingUrl)
+  Q_PROPERTY(QString impressionTrackingUrl READ impressionTrackingUrl)
+  Q_PROPERTY(QString cliUbid READ cliUbid)
+
+ public:
+  QmlCarouselAd() = default;
+  explicit QmlCarouselAd(CarouselAd ad) : ad_(std::move(ad)) {}
+
+  bool valid() const { return ad_.has_value(); }
+  QString uclid() const { return ad_ ? qs(ad_->uclid) : QString(); }
+  QString au() const { return ad_ ? qs(ad_->au) : QString(); }
+  QString crt() const { return ad_ ? qs(ad_->crt) : QString(); }
+  qlonglong clientId() const { return ad_ ? ad_->clientId : 0; }
+  QmlCarouselAdElements elements() const {
+    return ad_ ? QmlCarouselAdElements(ad_->elements) : QmlCarouselAdElements();
+  }
+  qlonglong rank() const { return ad_ ? ad_->rank : 0; }
+  QString clickTrackingUrl() const { return ad_ ? qs(ad_->clickTrackingUrl) : QString(); }
+  QString impressionTrackingUrl() const { return ad_ ? qs(ad_->impressionTrackingUrl) : QString(); }
+  QString cliUbid() const { return ad_ ? qs(ad_->cliUbid.value_or("")) : QString(); }
+
+  const std::optional<CarouselAd>& ad() const { return ad_; }
+
+  friend bool operator==(const QmlCarouselAd& a, const QmlCarouselAd& b) { return a.ad_ == b.ad_; }
+
+ private:
+  std::optional<CarouselAd> ad_;
+};
+
 }  // namespace tavik::quick
 
+Q_DECLARE_METATYPE(tavik::quick::QmlCarouselAd)
+Q_DECLARE_METATYPE(tavik::quick::QmlCarouselCard)
+Q_DECLARE_METATYPE(tavik::quick::QmlCarouselAdElements)
+Q_DECLARE_METATYPE(tavik::quick::QmlCarouselMedia)
 Q_DECLARE_METATYPE(tavik::quick::QmlConfig)
 Q_DECLARE_METATYPE(tavik::quick::QmlBannerAd)
 Q_DECLARE_METATYPE(tavik::quick::QmlBannerAdElements)

@@ -14,6 +14,7 @@
 
 #include "tavik/core/tavik.h"
 #include "tavik/views/banner_ad_view.h"
+#include "tavik/views/carousel_ad_view.h"
 
 namespace tavik::quick {
 
@@ -22,6 +23,8 @@ class Views {
   explicit Views(const TAVIK& sdk) : config_(sdk.config()) {}
 
   std::unique_ptr<BannerAdViewProtocol> bannerAdView() const;
+  std::unique_ptr<CarouselAdViewProtocol> carouselAdView() const;
+  std::unique_ptr<MultiAdCarouselViewProtocol> multiAdCarouselView() const;
 
  private:
   bool configured() const { return config_ && !config_->clientId.empty(); }

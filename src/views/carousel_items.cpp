@@ -1,0 +1,194 @@
+#include "views/carousel_items.h"
+
+#include "tavik/core/tavik.h"
+#include "views/appearance.h"
+#include "views/banner_ad_item.h"
+#include "views/media_support.h"
+#include "views/view_events.h"
+
+namespace tavik::quick {
+
+CarouselStripBase::CarouselStripBase(QQuickItem* parent) : QQuickItem(parent) {
+  if (const TAVIK* sdk = TAVIK::installed()) config_ = QmlConfig(sdk->config());
+}
+
+void CarouselStripBase::setConfig(const QmlConfig& config) {
+  if (config == config_) return;
+  config_ = config;
+  Q_EMIT configChanged();
+}
+
+void CarouselStripBase::setWanted(int which, qreal value) {
+  if (qFuzzyCompare(wanted_[which], value)) return;
+  wanted_[which] = value;
+  relayoutFromContent();
+}
+
+void CarouselStripBase::setAdLabelText(const QString& text) {
+  if (text == adLabelText_) return;
+  adLabelText_ = text;
+  Q_EMIT labelChanged();
+}
+
+void CarouselStripBase::setAdLabelAlignment(Qt::Alignment alignment) {
+  if (alignment == adLabelAlignment_) return;
+  adLabelAlignment_ = alignment;
+  Q_EMIT labelChanged();
+}
+
+void CarouselStripBase::relayout(std::optional<SizeF> firstCard, int count) {
+  auto wanted = [](qreal value) {
+    return value >= 0 ? std::optional<double>(value) : std::nullopt;
+  };
+  const CarouselLayout layout = carouselLayout(
+      firstCard, {wanted(wanted_[0]), wanted(wanted_[1]), wanted(wanted_[2]), wanted(wanted_[3])},
+      screenLimits());
+  const bool changed = !(layout == layout_) || count != count_;
+  layout_ = layout;
+  count_ = count;
+  setImplicitSize(layout.width, layout.height);
+  if (currentIndex_ >= std::max(1, count)) setCurrentIndex(std::max(0, count - 1));
+  if (changed) {
+    Q_EMIT layoutChanged();
+    Q_EMIT currentIndexChanged();  // the scroll position depends on the layout too
+  }
+}
+
+qreal CarouselStripBase::scrollPosition() const {
+  return centredScrollPosition(currentIndex_, count_, layout_);
+}
+
+void CarouselStripBase::setCurrentIndex(int index) {
+  if (index == currentIndex_) return;
+  currentIndex_ = index;
+  Q_EMIT currentIndexChanged();
+}
+
+void CarouselStripBase::dragTo(qreal translation) {
+  if (qFuzzyCompare(translation, dragOffset_)) return;
+  dragOffset_ = translation;
+  Q_EMIT dragOffsetChanged();
+}
+
+int CarouselStripBase::endDrag(qreal translation) {
+  dragTo(0);
+  setCurrentIndex(pageAfterDrag(currentIndex_, count_, translation, layout_.pitch));
+  return currentIndex_;
+}
+
+int CarouselStripBase::step(int direction) {
+  setCurrentIndex(pageAfterStep(currentIndex_, count_, direction < 0 ? -1 : 1));
+  return currentIndex_;
+}
+
+QPointF CarouselStripBase::labelPosition(qreal cardWidth, qreal cardHeight, qreal width,
+                                         qreal height) const {
+  const RectF r =
+      placeLabel({cardWidth, cardHeight}, {width, height}, labelAlignmentFrom(adLabelAlignment_));
+  return {r.x, r.y};
+}
+
+// Carousel ad -----------------------------------------------------------------------
+
+CarouselAdViewBase::~CarouselAdViewBase() {
+  delete watcher_;
+}
+
+void CarouselAdViewBase::componentComplete() {
+  CarouselStripBase::componentComplete();
+  watcher_ = new OnScreenWatcher(this);
+  connect(watcher_, &OnScreenWatcher::onScreenChanged, this, &CarouselAdViewBase::onScreenNow);
+  relayoutFromContent();
+}
+
+bool CarouselAdViewBase::drawable() const {
+  return ad_.ad() && isCarouselCreative(ad_.ad()->crt);
+}
+
+void CarouselAdViewBase::setAd(const QmlCarouselAd& ad) {
+  if (ad == ad_) return;
+  const bool otherAd = ad_.valid() && ad.uclid() != ad_.uclid();
+  ad_ = ad;
+  if (otherAd) tracker_ = AppearanceTracker();
+  Q_EMIT adChanged();
+  relayoutFromContent();
+  if (watcher_) onScreenNow(watcher_->onScreen());
+}
+
+void CarouselAdViewBase::setCardBackground(const QColor& color) {
+  if (color == cardBackground_) return;
+  cardBackground_ = color;
+  Q_EMIT cardBackgroundChanged();
+}
+
+void CarouselAdViewBase::relayoutFromContent() {
+  if (!drawable()) {
+    relayout(std::nullopt, 0);
+    setImplicitSize(0, 0);  // a carousel of another template draws nothing
+    return;
+  }
+  const auto& cards = ad_.ad()->elements.carouselCards;
+  std::optional<SizeF> first;
+  if (!cards.empty()) {
+    first = SizeF{static_cast<double>(cards[0].media.width),
+                  static_cast<double>(cards[0].media.height)};
+  }
+  relayout(first, static_cast<int>(cards.size()));
+}
+
+int CarouselAdViewBase::cardKind(int index) const {
+  if (!drawable() || index < 0 || index >= count()) return 0;
+  const std::string& type = ad_.ad()->elements.carouselCards[static_cast<size_t>(index)].media.type;
+  return type == "IMAGE" ? 1 : type == "VIDEO" ? 2 : 0;
+}
+
+void CarouselAdViewBase::onScreenNow(bool onScreen) {
+  const auto change = tracker_.update(onScreen && drawable());
+  Q_EMIT onScreenChanged();
+  if (!change.appeared) return;
+  const CarouselAd& ad = *ad_.ad();
+  if (change.reportImpression && config().valid()) {
+    detail::reportImpression(*config().config(), ad.cliUbid.value_or(""), ad.uclid);
+  }
+  Q_EMIT adAppear(ad_);
+}
+
+void CarouselAdViewBase::tapCard(int index) {
+  if (!drawable() || index < 0 || index >= count()) return;
+  const CarouselAd& ad = *ad_.ad();
+  if (config().valid()) detail::reportClick(*config().config(), ad.cliUbid.value_or(""), ad.uclid);
+  const CarouselCard& card = ad.elements.carouselCards[static_cast<size_t>(index)];
+  Q_EMIT adClicked(
+      ad_, QmlCarouselCard(card),
+      card.destinationUrl ? QVariant(QString::fromStdString(*card.destinationUrl)) : QVariant());
+}
+
+// Multi-ad carousel -------------------------------------------------------------------
+
+void MultiAdCarouselViewBase::componentComplete() {
+  CarouselStripBase::componentComplete();
+  relayoutFromContent();
+}
+
+void MultiAdCarouselViewBase::setAds(const QVariantList& ads) {
+  ads_ = ads;
+  reported_.clear();  // new cards: each reports its own first appearance
+  Q_EMIT adsChanged();
+  relayoutFromContent();
+}
+
+void MultiAdCarouselViewBase::relayoutFromContent() {
+  std::optional<SizeF> first;
+  if (!ads_.isEmpty()) {
+    const QmlBannerAd ad = ads_.first().value<QmlBannerAd>();
+    if (ad.ad()) {
+      first = SizeF{static_cast<double>(ad.ad()->elements.width),
+                    static_cast<double>(ad.ad()->elements.height)};
+    } else {
+      first = SizeF{};
+    }
+  }
+  relayout(first, static_cast<int>(ads_.size()));
+}
+
+}  // namespace tavik::quick

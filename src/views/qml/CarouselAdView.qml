@@ -1,0 +1,71 @@
+import QtQuick
+import Tavik
+
+// One carousel ad: its cards in a strip that pages by drag, wheel and arrow keys, page
+// dots, one impression when the carousel first appears, a click per card tap.
+CarouselAdViewBase {
+    id: root
+
+    visible: drawable
+    activeFocusOnTab: drawable
+    Accessible.role: Accessible.List
+    Accessible.name: qsTr("Sponsored")
+    Keys.onLeftPressed: root.step(-1)
+    Keys.onRightPressed: root.step(1)
+
+    CarouselStrip {
+        carousel: root
+        model: root.cards
+        delegate: Item {
+            id: card
+            required property int index
+            required property var modelData
+
+            width: root.cardWidth
+            height: root.stripHeight
+            Accessible.role: Accessible.ListItem
+            Accessible.name: qsTr("Sponsored, %1 of %2").arg(index + 1).arg(root.count)
+
+            Item {
+                id: frame
+                width: root.cardWidth
+                height: root.cardHeight
+                anchors.centerIn: parent
+
+                Rectangle {
+                    anchors.fill: parent
+                    visible: root.cardBackground.a > 0
+                    color: root.cardBackground
+                }
+                Loader {
+                    anchors.fill: parent
+                    active: root.cardKind(card.index) === 1
+                    sourceComponent: ImageAdView {
+                        imageUrl: card.modelData.media.value
+                    }
+                }
+                Loader {
+                    anchors.fill: parent
+                    active: root.cardKind(card.index) === 2
+                    sourceComponent: VideoAdView {
+                        config: root.config
+                        cliUbid: root.ad.cliUbid
+                        uclid: root.ad.uclid
+                        url: card.modelData.media.value
+                        progressTrackInterval: card.modelData.media.videoProgressSec ?? 3
+                    }
+                }
+                AdLabelTag {
+                    id: tag
+                    visible: root.adLabelText !== ""
+                    labelText: root.adLabelText
+                    x: root.labelPosition(frame.width, frame.height, width, height).x
+                    y: root.labelPosition(frame.width, frame.height, width, height).y
+                }
+                TapHandler {
+                    onTapped: root.tapCard(card.index)
+                }
+            }
+        }
+    }
+}

@@ -1,0 +1,96 @@
+import QtQuick
+import Tavik
+
+// The strip both carousels draw: a horizontal list of cards whose scroll position the
+// C++ base decides (the current card centred, shifted by the drag while it lasts), the
+// page dots over its bottom edge, and the input that pages it: a drag, the wheel or a
+// touchpad swipe. Arrow keys are handled by the carousel itself.
+Item {
+    id: strip
+
+    required property CarouselStripBase carousel
+    property alias model: list.model
+    property alias delegate: list.delegate
+    readonly property bool dragging: drag.active
+
+    width: carousel.stripWidth
+    height: carousel.stripHeight
+
+    ListView {
+        id: list
+        objectName: "cardList"
+        anchors.fill: parent
+        orientation: ListView.Horizontal
+        spacing: 8
+        interactive: false
+        clip: true
+        cacheBuffer: Math.max(0, Math.round(strip.carousel.pitch * 2))
+        contentX: strip.carousel.scrollPosition - strip.carousel.dragOffset
+
+        Behavior on contentX {
+            enabled: !drag.active
+            NumberAnimation {
+                duration: 250
+                easing.type: Easing.OutCubic
+            }
+        }
+    }
+
+    Row {
+        objectName: "pageDots"
+        anchors.bottom: parent.bottom
+        anchors.horizontalCenter: parent.horizontalCenter
+        topPadding: 6
+        spacing: 6
+        Accessible.ignored: true
+
+        Repeater {
+            model: strip.carousel.count
+            Rectangle {
+                required property int index
+                width: 8
+                height: 8
+                radius: 4
+                color: "grey"
+                opacity: index === strip.carousel.currentIndex ? 1 : 0.4
+            }
+        }
+    }
+
+    DragHandler {
+        id: drag
+        target: null
+        yAxis.enabled: false
+        dragThreshold: 10
+        property real last: 0
+        onTranslationChanged: {
+            if (active) {
+                last = translation.x;
+                strip.carousel.dragTo(translation.x);
+            }
+        }
+        onActiveChanged: {
+            if (active) {
+                last = 0;
+            } else {
+                strip.carousel.endDrag(last);
+            }
+        }
+    }
+
+    // One page per wheel notch (120) or per 120 pixels of a touchpad swipe, either axis.
+    WheelHandler {
+        property real pending: 0
+        onWheel: event => {
+            const delta = event.pixelDelta.x !== 0 || event.pixelDelta.y !== 0
+                    ? (event.pixelDelta.x !== 0 ? event.pixelDelta.x : event.pixelDelta.y)
+                    : (event.angleDelta.x !== 0 ? event.angleDelta.x : event.angleDelta.y);
+            pending += delta;
+            while (Math.abs(pending) >= 120) {
+                strip.carousel.step(pending > 0 ? -1 : 1);
+                pending -= pending > 0 ? 120 : -120;
+            }
+            event.accepted = true;
+        }
+    }
+}

@@ -1,0 +1,43 @@
+import QtQuick
+import Tavik
+
+// Several banner ads in one strip: every card is a whole BannerAdView with its own
+// impression (once per card for the life of the strip) and clicks.
+MultiAdCarouselViewBase {
+    id: root
+
+    activeFocusOnTab: count > 0
+    Accessible.role: Accessible.List
+    Accessible.name: qsTr("Sponsored")
+    Keys.onLeftPressed: root.step(-1)
+    Keys.onRightPressed: root.step(1)
+
+    CarouselStrip {
+        carousel: root
+        model: root.ads
+        delegate: Item {
+            id: card
+            required property int index
+            required property var modelData
+
+            width: root.cardWidth
+            height: root.stripHeight
+
+            BannerAdView {
+                objectName: "card" + card.index
+                anchors.centerIn: parent
+                config: root.config
+                ad: card.modelData
+                adWidth: root.cardWidth
+                adHeight: root.cardHeight
+                adLabelText: root.adLabelText
+                adLabelAlignment: root.adLabelAlignment
+                impressionReported: root.cardReported(card.index)
+                Accessible.name: qsTr("Sponsored, %1 of %2").arg(card.index + 1).arg(root.count)
+                onImpressionReportedChanged: if (impressionReported) root.markCardReported(card.index)
+                onAdAppear: ad => root.adAppear(ad)
+                onAdClicked: ad => root.adClicked(ad)
+            }
+        }
+    }
+}
