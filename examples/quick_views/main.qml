@@ -7,7 +7,7 @@ import Tavik
 Rectangle {
     id: page
     width: 400
-    height: 720
+    height: 1100
     color: "#f4f5f7"
 
     // A real shop opens the product page; the SDK itself opens nothing.
@@ -64,8 +64,45 @@ Rectangle {
                 onAdClicked: ad => page.open(ad.elements.destinationUrl)
             }
 
+            Text {
+                x: 16
+                text: "Picked for you"
+                font.pixelSize: 18
+                font.weight: Font.DemiBold
+                color: "#1d2330"
+            }
+
+            // A manager's showAd (C++) puts the carousel ad in here.
+            Item {
+                id: carouselSlot
+                objectName: "carouselSlot"
+                anchors.horizontalCenter: parent.horizontalCenter
+                width: childrenRect.width
+                height: childrenRect.height
+            }
+
+            Text {
+                x: 16
+                text: "More from our partners"
+                font.pixelSize: 18
+                font.weight: Font.DemiBold
+                color: "#1d2330"
+            }
+
+            MultiAdCarouselView {
+                id: multi
+                objectName: "multi"
+                anchors.horizontalCenter: parent.horizontalCenter
+                adWidth: 320
+                elementWidth: 300
+                adLabelText: "Ad"
+                adLabelAlignment: Qt.AlignTop | Qt.AlignRight
+                // `ads` is set from C++ with the list the app fetched.
+                onAdClicked: ad => page.open(ad.elements.destinationUrl)
+            }
+
             Repeater {
-                model: 4
+                model: 2
                 Rectangle {
                     x: 16
                     width: column.width - 32

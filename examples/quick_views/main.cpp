@@ -1,9 +1,11 @@
-// A Qt Quick host with two banners from a local sandbox: TavikBanner fetching its own
-// image ad, and a BannerAdView given a video ad the app fetched with adRenderer().
+// A Qt Quick host with every kind of inline ad from a local sandbox, each through a
+// different integration style: TavikBanner fetching its own image ad; a BannerAdView and
+// a MultiAdCarouselView given ads the app fetched with adRenderer(); a carousel put on
+// the page by a manager's showAd.
 //
-//   quick_banners                    opens the window
-//   quick_banners --screenshot F     saves the window as F once both ads are drawn
-//   quick_banners --tour             appear, scroll away and back, two taps, a mute
+//   quick_views                    opens the window
+//   quick_views --screenshot F     saves the window as F once both ads are drawn
+//   quick_views --tour             appear, scroll away and back, two taps, a mute
 //                                    toggle; then prints the sandbox's event log
 #include <QGuiApplication>
 #include <QImage>
@@ -19,6 +21,7 @@
 #include "tavik/tavik.h"
 #include "tavik/views/qml_records.h"
 #include "tavik/views/qt_bridge.h"
+#include "tavik/views/views.h"
 
 using namespace tavik;
 
@@ -81,7 +84,7 @@ int main(int argc, char** argv) {
   view.setResizeMode(QQuickView::SizeRootObjectToView);
   view.setSource(QUrl::fromLocalFile(QStringLiteral(TAVIK_EXAMPLE_QML)));
   if (view.status() != QQuickView::Ready) return 1;
-  view.resize(400, 720);
+  view.resize(400, 1100);
   view.show();
 
   QObject* page = view.rootObject();
@@ -97,6 +100,41 @@ int main(int argc, char** argv) {
         if (auto ad = ready.get()) {
           videoBanner->setProperty("ad", QVariant::fromValue(quick::QmlBannerAd(*ad)));
         }
+      });
+
+  // The multi-ad strip: a list the app fetched.
+  auto* multi = page->findChild<QQuickItem*>("multi");
+  quick::continueOn(
+      multi,
+      TAVIK::shared().adRenderer()->fetchMultiAdCarouselWithAu("shopper-42", "HOME", "au_multi", 4),
+      [multi](const Future<std::optional<std::vector<BannerAd>>>& ready) {
+        QVariantList list;
+        if (auto ads = ready.get()) {
+          for (const BannerAd& ad : *ads) {
+            list.append(QVariant::fromValue(quick::QmlBannerAd(ad)));
+          }
+        }
+        multi->setProperty("ads", list);
+      });
+
+  // The carousel: the manager makes the view and parents it to the slot.
+  auto* slot = page->findChild<QQuickItem*>("carouselSlot");
+  quick::continueOn(
+      slot,
+      TAVIK::shared().adRenderer()->fetchCarouselAdWithAu("shopper-42", "HOME", "au_carousel"),
+      [slot](const Future<std::optional<CarouselAd>>& ready) {
+        auto ad = ready.get();
+        auto carousels = quick::views(TAVIK::shared()).carouselAdView();
+        if (!ad || !carousels) return;
+        CarouselAdSettings settings;
+        settings.width = 320;
+        settings.cardBackground = QColor("#ffffff");
+        settings.adLabelText = "Sponsored";
+        settings.adClicked = [](const CarouselAd&, const CarouselCard&,
+                                const std::optional<std::string>& destination) {
+          std::cout << "open " << destination.value_or("(no destination)") << "\n";
+        };
+        carousels->showAd(*ad, settings, slot);
       });
 
   if (!screenshot.isEmpty()) {

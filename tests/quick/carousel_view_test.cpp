@@ -1,0 +1,114 @@
+// The carousel managers as a C++ host uses them: accessors, showAd into a live scene,
+// the host callbacks with the tapped card, and the events on the sandbox's log.
+#include <gtest/gtest.h>
+
+#include <QPointer>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickView>
+
+#include "support/sandbox_fixture.h"
+#include "tavik/views/views.h"
+
+namespace tavik::test {
+namespace {
+
+struct Scene {
+  Scene() {
+    view.engine()->addImportPath(QStringLiteral(TAVIK_QML_DIR));
+    view.setSource(
+        QUrl(QStringLiteral("data:text/plain,import QtQuick%0AItem { width: 700; height: 500 }")));
+    view.resize(700, 500);
+    view.show();
+    spinUntil([&] { return view.isExposed(); });
+  }
+  QQuickItem* root() { return view.rootObject(); }
+  QQuickView view;
+};
+
+std::vector<nlohmann::json> eventsOf(const std::string& path) {
+  std::vector<nlohmann::json> found;
+  for (const auto& event : SandboxFixture::shared().env().server().eventLog()) {
+    if (event["path"] == path) found.push_back(event);
+  }
+  return found;
+}
+
+TEST(CarouselViews, AccessorsFollowTheConfiguration) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  EXPECT_TRUE(quick::views(fixture.env().sdk()).carouselAdView());
+  EXPECT_TRUE(quick::views(fixture.env().sdk()).multiAdCarouselView());
+  EXPECT_FALSE(quick::views(fixture.env().sdk(false, "")).carouselAdView());
+  EXPECT_FALSE(quick::views(fixture.env().sdk(false, "")).multiAdCarouselView());
+}
+
+TEST(CarouselViews, CardTapsReachTheHostWithTheCardAndReportTheAdsClick) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  fixture.reset();
+  Scene scene;
+  const CarouselAd ad = decodeCarouselAd(fixture.adJson("au_carousel").toStdString());
+  std::vector<std::string> destinations;
+  int appeared = 0;
+  CarouselAdSettings settings;
+  settings.width = 300;
+  settings.cardBackground = QColor("#eeeeee");
+  settings.adAppear = [&](const CarouselAd& shown) {
+    EXPECT_EQ(shown.uclid, "uc-carousel-1");
+    ++appeared;
+  };
+  settings.adClicked = [&](const CarouselAd& tapped, const CarouselCard& card,
+                           const std::optional<std::string>& destination) {
+    EXPECT_EQ(tapped.uclid, "uc-carousel-1");
+    EXPECT_EQ(card.destinationUrl, destination);
+    destinations.push_back(destination.value_or(""));
+  };
+  QQuickItem* item =
+      quick::views(TAVIK::shared()).carouselAdView()->showAd(ad, settings, scene.root());
+  ASSERT_TRUE(item);
+  EXPECT_DOUBLE_EQ(item->width(), 300);
+  EXPECT_DOUBLE_EQ(item->height(), 250);
+  ASSERT_TRUE(spinUntil([&] { return appeared == 1; }));
+  QMetaObject::invokeMethod(item, "tapCard", Q_ARG(int, 2));
+  QMetaObject::invokeMethod(item, "tapCard", Q_ARG(int, 0));
+  QMetaObject::invokeMethod(item, "tapCard", Q_ARG(int, 7));  // no such card: nothing
+  EXPECT_EQ(destinations, (std::vector<std::string>{"https://shop.example.com/p/card-3",
+                                                    "https://shop.example.com/p/card-1"}));
+  ASSERT_TRUE(fixture.env().server().waitForEvents(3, std::chrono::seconds(5)));
+  spinUntil([] { return false; }, 200);
+  ASSERT_EQ(eventsOf("/aclick").size(), 2u);
+  for (const auto& click : eventsOf("/aclick"))
+    EXPECT_EQ(click["params"]["uclid"], "uc-carousel-1");
+  const auto impressions = eventsOf("/events");
+  ASSERT_EQ(impressions.size(), 1u);
+  EXPECT_EQ(impressions[0]["params"]["event_name"], "funnel_impression");
+}
+
+TEST(CarouselViews, AMultiAdStripHandsEveryCardItsOwnAd) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  fixture.reset();
+  Scene scene;
+  std::vector<BannerAd> ads;
+  for (int i = 0; i < 3; ++i)
+    ads.push_back(decodeBannerAd(fixture.adJson("au_home_banner", i % 2).toStdString()));
+  ads[2].uclid = "uc-third";
+  std::vector<std::string> appeared;
+  MultiAdCarouselSettings settings;
+  settings.width = 320;
+  settings.elementWidth = 320;
+  settings.adAppear = [&](const BannerAd& ad) { appeared.push_back(ad.uclid); };
+  QPointer<QQuickItem> item =
+      quick::views(TAVIK::shared()).multiAdCarouselView()->showAd(ads, settings, scene.root());
+  ASSERT_TRUE(item);
+  EXPECT_EQ(item->property("count").toInt(), 3);
+  ASSERT_TRUE(spinUntil([&] { return appeared.size() == 1; }));
+  QMetaObject::invokeMethod(item, "step", Q_ARG(int, 1));
+  QMetaObject::invokeMethod(item, "step", Q_ARG(int, 1));
+  ASSERT_TRUE(spinUntil([&] { return appeared.size() == 3; }));
+  EXPECT_EQ(appeared,
+            (std::vector<std::string>{"uc-home-banner-1", "uc-home-banner-2", "uc-third"}));
+  delete scene.root();
+  EXPECT_TRUE(item.isNull());
+}
+
+}  // namespace
+}  // namespace tavik::test
