@@ -20,6 +20,26 @@ void reportError(std::exception_ptr error, const ErrorHandler& onError) {
   if (onError) notify(onError, TavikError::fromException(std::move(error)));
 }
 
+void ErrorGate::report(const TavikError& error) {
+  if (closed_.load()) return;
+  std::lock_guard lock(mutex_);
+  if (closed_.load()) return;
+  caller_.store(std::this_thread::get_id());
+  notify(handler_, error);
+  caller_.store(std::thread::id());
+}
+
+void ErrorGate::report(std::exception_ptr error) {
+  if (closed_.load()) return;
+  report(TavikError::fromException(std::move(error)));
+}
+
+void ErrorGate::close() {
+  closed_.store(true);
+  if (caller_.load() == std::this_thread::get_id()) return;  // from inside the handler
+  std::lock_guard wait(mutex_);  // lets a handler running on another thread finish
+}
+
 std::string describeOptional(const std::optional<std::string>& text) {
   return text ? "Optional(" + quoteText(*text) + ")" : "nil";
 }

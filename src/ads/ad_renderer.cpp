@@ -72,30 +72,35 @@ Future<std::optional<Result>> render(const Config& config, const std::string& cl
   AdFetcher fetcher(config, WebService(config.debug));
   auto answer = fetcher.fetchDisplayAdsWithAuAnswer(cliUbid, pageType, productCount, {adUnit},
                                                     targetingParams, onError);
-  return answer.then([onError = std::move(onError), adUnit, cliUbid, decode,
-                      pick](const std::optional<detail::Answer>& answer) -> std::optional<Result> {
-    const std::string* data = answer ? detail::unwrapEnvelope(answer->dictionary) : nullptr;
-    if (!data) {
-      detail::notify(onError, TavikError::badResponse());
-      return std::nullopt;
-    }
-    // "data" is the parsed body written back as text: decode the parsed value the
-    // transport already holds instead of parsing the text again (an empty body has none).
-    decltype(decode(*data)) document;
-    try {
-      document = answer->body.is_null() ? decode(*data) : decode(answer->body);
-    } catch (const DecodingError& e) {
-      detail::notify(onError, TavikError::defaultError(std::make_shared<DecodingError>(e)));
-      return std::nullopt;
-    }
-    auto ads = document.ads.find(adUnit);
-    if (ads == document.ads.end() || ads->second.empty()) {
-      detail::notify(onError, TavikError::failedToDecode());
-      return std::nullopt;
-    }
-    for (auto& ad : ads->second) ad.cliUbid = cliUbid;
-    return pick(std::move(ads->second));
-  });
+  // The renderer's own errors go through a gate that cancelling the result closes.
+  auto gate = std::make_shared<detail::ErrorGate>(std::move(onError));
+  auto result =
+      answer.then([gate, adUnit, cliUbid, decode,
+                   pick](const std::optional<detail::Answer>& answer) -> std::optional<Result> {
+        const std::string* data = answer ? detail::unwrapEnvelope(answer->dictionary) : nullptr;
+        if (!data) {
+          gate->report(TavikError::badResponse());
+          return std::nullopt;
+        }
+        // "data" is the parsed body written back as text: decode the parsed value the
+        // transport already holds instead of parsing the text again (an empty body has none).
+        decltype(decode(*data)) document;
+        try {
+          document = answer->body.is_null() ? decode(*data) : decode(answer->body);
+        } catch (const DecodingError& e) {
+          gate->report(TavikError::defaultError(std::make_shared<DecodingError>(e)));
+          return std::nullopt;
+        }
+        auto ads = document.ads.find(adUnit);
+        if (ads == document.ads.end() || ads->second.empty()) {
+          gate->report(TavikError::failedToDecode());
+          return std::nullopt;
+        }
+        for (auto& ad : ads->second) ad.cliUbid = cliUbid;
+        return pick(std::move(ads->second));
+      });
+  result.onCancel([gate] { gate->close(); });
+  return result;
 }
 
 }  // namespace

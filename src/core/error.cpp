@@ -56,6 +56,36 @@ TavikError TavikError::fromException(std::exception_ptr error) {
   }
 }
 
+std::string TransportError::kindName(Kind kind) {
+  switch (kind) {
+    case Kind::timeout:
+      return "timeout";
+    case Kind::connectionFailed:
+      return "connectionFailed";
+    case Kind::nameResolution:
+      return "nameResolution";
+    case Kind::tls:
+      return "tls";
+    case Kind::answerTooLarge:
+      return "answerTooLarge";
+    case Kind::redirectRefused:
+      return "redirectRefused";
+    case Kind::connectionLost:
+      return "connectionLost";
+    case Kind::cancelled:
+      return "cancelled";
+    case Kind::queueFull:
+      return "queueFull";
+    case Kind::other:
+      return "other";
+  }
+  return "other";
+}
+
+const TransportError* transportErrorOf(const TavikError& error) {
+  return dynamic_cast<const TransportError*>(error.cause().get());
+}
+
 std::string TavikError::caseName() const {
   switch (case_) {
     case Case::invalidRequest:

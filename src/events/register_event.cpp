@@ -59,8 +59,9 @@ RegisterEvent::Result RegisterEvent::send(TavikEventPath path, Parameters parame
       detail::notify(onError, TavikError::badUrl());
       return Result::ready(std::nullopt);
     }
+    // Events are never cancelled: cancelling their future changes nothing.
     return detail::settle(webService.request(*apiUrl.apiUrl, HTTPMethod::get, std::nullopt, {}),
-                          onError);
+                          onError, detail::Cancellable::no);
   } catch (...) {
     detail::reportError(std::current_exception(), onError);
     return Result::ready(std::nullopt);

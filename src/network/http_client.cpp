@@ -2,12 +2,19 @@
 
 #include <curl/curl.h>
 
+#include <pthread.h>
+#include <strings.h>
 #include <unistd.h>
+
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <fstream>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -15,9 +22,10 @@
 #include <stdexcept>
 #include <thread>
 #include <unordered_map>
-#include <unordered_set>
 
+#include "core/exit_deadline.h"
 #include "tavik/core/error.h"
+#include "tavik/core/log.h"
 #include "tavik/network/transport.h"
 
 namespace tavik::detail {
@@ -59,11 +67,29 @@ struct EffectiveSettings {
   std::string caFile;
 };
 
+using Clock = std::chrono::steady_clock;
+class HttpClient;
+
+// Requests of one origin that wait for their turn, counted where `send` can read it
+// without asking the I/O thread.
+using WaitingCount = std::atomic<std::size_t>;
+
 struct Transfer {
+  enum class State { incoming, waiting, active, done };
+
   HttpRequest request;
   std::string origin;  // scheme://host[:port], the lane it waits in
   Promise<HttpResponse> promise;
   std::shared_ptr<const EffectiveSettings> settings;
+  Clock::time_point called;               // when the host's call made it
+  Clock::time_point deadline;             // called + the request time-out
+  std::shared_ptr<WaitingCount> waiting;  // held while the transfer counts as waiting
+
+  // Owned by the I/O thread.
+  State state = State::incoming;
+  std::list<std::shared_ptr<Transfer>>::iterator inLane;
+  std::multimap<Clock::time_point, Transfer*>::iterator inDeadlines;
+  bool hasDeadline = false;
   std::string body;
   bool tooLarge = false;
   std::size_t maxBodyBytes = 0;  // the limit in force for this transfer
@@ -79,6 +105,10 @@ std::string originOf(const std::string& url) {
   return url.substr(0, url.find_first_of("/?#", scheme + 3));
 }
 
+bool isHttps(const std::string& url) {
+  return url.size() >= 8 && strncasecmp(url.c_str(), "https://", 8) == 0;
+}
+
 size_t writeBody(char* data, size_t size, size_t count, void* user) {
   auto* transfer = static_cast<Transfer*>(user);
   const size_t bytes = size * count;
@@ -90,24 +120,90 @@ size_t writeBody(char* data, size_t size, size_t count, void* user) {
   return bytes;
 }
 
+}  // namespace
+
+TransportError::Kind transportErrorKind(int curlCode, const std::string& url) {
+  const auto code = static_cast<CURLcode>(curlCode);
+  using Kind = TransportError::Kind;
+  switch (code) {
+    case CURLE_OPERATION_TIMEDOUT:
+      return Kind::timeout;
+    case CURLE_COULDNT_CONNECT:
+      return Kind::connectionFailed;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+      return Kind::nameResolution;
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+    case CURLE_SSL_CRL_BADFILE:
+    case CURLE_SSL_SHUTDOWN_FAILED:
+    case CURLE_SSL_ENGINE_NOTFOUND:
+    case CURLE_SSL_ENGINE_SETFAILED:
+    case CURLE_SSL_ENGINE_INITFAILED:
+    case CURLE_USE_SSL_FAILED:
+      return Kind::tls;
+    case CURLE_FILESIZE_EXCEEDED:
+      return Kind::answerTooLarge;
+    case CURLE_TOO_MANY_REDIRECTS:
+      return Kind::redirectRefused;
+    case CURLE_UNSUPPORTED_PROTOCOL:
+      // Only https is allowed: an https address that ends here was redirected elsewhere.
+      return isHttps(url) ? Kind::redirectRefused : Kind::other;
+    case CURLE_PARTIAL_FILE:
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_ERROR:
+    case CURLE_GOT_NOTHING:
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM:
+      return Kind::connectionLost;
+    default:
+      return Kind::other;
+  }
+}
+
+namespace {
+
+long millisBetween(Clock::time_point from, Clock::time_point to) {
+  return static_cast<long>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(to - from).count());
+}
+
 class HttpClient {
  public:
-  HttpClient() {
+  explicit HttpClient(const HttpClient* parent = nullptr) : pid_(::getpid()) {
     curl_global_init(CURL_GLOBAL_DEFAULT);
     multi_ = curl_multi_init();
     share_ = curl_share_init();
     curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
     settings_ = std::make_shared<EffectiveSettings>();
+    if (parent) {
+      // A child made by fork(): same settings, but its own CA file, since the parent
+      // removes its file when it exits.
+      loadedBundles_ = parent->loadedBundles_;
+      try {
+        configure(parent->settings_->settings);
+      } catch (const std::exception&) {
+        settings_ = parent->settings_;
+      }
+    }
     applyMultiLimits(settings_->settings);
     thread_ = std::thread([this] { run(); });
   }
 
   Future<HttpResponse> send(HttpRequest request) {
-    auto transfer = std::make_unique<Transfer>();
+    auto transfer = std::make_shared<Transfer>();
+    transfer->called = Clock::now();
     transfer->request = std::move(request);
     transfer->origin = originOf(transfer->request.url);
     Future<HttpResponse> future = transfer->promise.get_future();
+    std::size_t refusedAt = 0;
     {
       std::lock_guard lock(mutex_);
       if (stopping_) {
@@ -115,9 +211,25 @@ class HttpClient {
         return future;
       }
       transfer->settings = settings_;
-      queue_.push_back(std::move(transfer));
-      ++stats_.requestsStarted;
+      const auto& s = settings_->settings;
+      transfer->deadline = transfer->called + s.requestTimeout;
+      auto& waiting = waitingByOrigin_[transfer->origin];
+      if (!waiting) waiting = std::make_shared<WaitingCount>(0);
+      const std::size_t already = waiting->load(std::memory_order_relaxed);
+      if (already >= s.maxQueuedPerOrigin) {
+        ++stats_.requestsRefused;
+        refusedAt = already;
+      } else {
+        waiting->fetch_add(1, std::memory_order_relaxed);
+        stats_.peakWaiting = std::max<std::uint64_t>(stats_.peakWaiting, already + 1);
+        transfer->waiting = waiting;
+        queue_.push_back(transfer);
+        ++stats_.requestsStarted;
+        if (waitingByOrigin_.size() > kOriginSweepSize) sweepOrigins();
+      }
     }
+    if (transfer->waiting == nullptr) return refuse(*transfer, refusedAt);
+    future.onCancel([this, weak = std::weak_ptr<Transfer>(transfer)] { requestCancel(weak); });
     curl_multi_wakeup(multi_);
     return future;
   }
@@ -177,40 +289,139 @@ class HttpClient {
 
   // Stops the I/O thread. Requests still queued or in flight are abandoned: their
   // futures wake with AbandonedError and no continuation runs, because at process exit
-  // no host code may run any more.
+  // no host code may run any more. A continuation still running on the I/O thread is
+  // waited for at most `exitTimeout`; after that the thread is left to end by itself.
   void shutdown() {
+    std::chrono::milliseconds deadline;
     {
       std::lock_guard lock(mutex_);
       if (stopping_) return;
       stopping_ = true;
+      deadline = settings_->settings.exitTimeout;
     }
     curl_multi_wakeup(multi_);
-    if (thread_.joinable()) {
-      if (thread_.get_id() == std::this_thread::get_id()) {
-        thread_.detach();  // exit() called from a continuation: the loop ends on return
+    if (!thread_.joinable()) return;
+    if (thread_.get_id() == std::this_thread::get_id()) {
+      thread_.detach();  // exit() called from a continuation: the loop ends on return
+      return;
+    }
+    std::unique_lock lock(mutex_);
+    if (stopped_.wait_for(lock, deadline, [&] { return loopEnded_; })) {
+      lock.unlock();
+      thread_.join();
+    } else {
+      gaveUp_.store(true);
+      lock.unlock();
+      thread_.detach();
+    }
+  }
+
+  std::mutex& mutex() { return mutex_; }
+
+ private:
+  Future<HttpResponse> refuse(Transfer& transfer, std::size_t waiting) {
+    const std::string message =
+        "HTTP request to " + transfer.request.url + " refused: " + std::to_string(waiting) +
+        " requests already wait for " + transfer.origin + " (transport maxQueuedPerOrigin)";
+    if (transfer.request.debug) detail::debugLine(message);
+    transfer.promise.set_exception(
+        std::make_exception_ptr(TransportError(TransportError::Kind::queueFull, 0, message)));
+    return transfer.promise.get_future();
+  }
+
+  // Drops the counters of origins nothing waits for. Called with mutex_ held.
+  void sweepOrigins() {
+    for (auto it = waitingByOrigin_.begin(); it != waitingByOrigin_.end();) {
+      if (it->second.use_count() == 1 && it->second->load() == 0) {
+        it = waitingByOrigin_.erase(it);
       } else {
-        thread_.join();
+        ++it;
       }
     }
   }
 
- private:
+  void requestCancel(const std::weak_ptr<Transfer>& transfer) {
+    // In a child made by fork() this client is the parent's: its thread and its wake-up
+    // socket are not the child's to use.
+    if (::getpid() != pid_) return;
+    {
+      std::lock_guard lock(mutex_);
+      if (stopping_) return;
+      cancels_.push_back(transfer);
+    }
+    curl_multi_wakeup(multi_);
+  }
+
   void applyMultiLimits(const transport::Settings& settings) {
     curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, settings.maxConnectionsPerHost);
     curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS,
                       std::max(16L, settings.maxConnectionsPerHost * 4));
   }
 
+  // The transfer no longer waits: its place in the origin's count is free.
+  static void stopWaiting(Transfer& t) {
+    if (t.waiting) {
+      t.waiting->fetch_sub(1, std::memory_order_relaxed);
+      t.waiting.reset();
+    }
+  }
+
+  void setDeadline(Transfer& t, Clock::time_point when) {
+    if (t.hasDeadline) deadlines_.erase(t.inDeadlines);
+    t.inDeadlines = deadlines_.emplace(when, &t);
+    t.hasDeadline = true;
+  }
+
+  // Takes a transfer out of every structure of the I/O thread before its future
+  // completes, so that whatever its continuations do finds the books in order.
+  void retire(Transfer& t) {
+    if (t.hasDeadline) {
+      deadlines_.erase(t.inDeadlines);
+      t.hasDeadline = false;
+    }
+    if (t.state == Transfer::State::waiting) {
+      auto lane = lanes_.find(t.origin);
+      if (lane != lanes_.end()) {
+        lane->second.waiting.erase(t.inLane);
+        if (lane->second.active == 0 && lane->second.waiting.empty()) lanes_.erase(lane);
+      }
+    }
+    stopWaiting(t);
+    t.state = Transfer::State::done;
+  }
+
+  // Ends a transfer that is not in libcurl with `kind`.
+  void failWaiting(const std::shared_ptr<Transfer>& t, TransportError::Kind kind,
+                   const std::string& reason) {
+    retire(*t);
+    {
+      std::lock_guard lock(mutex_);
+      ++stats_.requestsFinished;
+      if (kind == TransportError::Kind::cancelled) ++stats_.requestsCancelled;
+      if (kind == TransportError::Kind::timeout) ++stats_.timedOutWhileWaiting;
+    }
+    t->promise.set_exception(std::make_exception_ptr(
+        TransportError(kind, 0, "HTTP request to " + t->request.url + " failed: " + reason)));
+  }
+
   // Hands a transfer to libcurl. On failure the transfer is completed with its error
   // and false is returned.
-  bool start(std::unique_ptr<Transfer> transfer) {
-    CURL* easy = acquireEasy();
-    if (!easy) {
-      transfer->promise.set_exception(
-          std::make_exception_ptr(TransportError(CURLE_OUT_OF_MEMORY, "cannot create a request")));
+  bool start(const std::shared_ptr<Transfer>& transfer) {
+    Transfer* t = transfer.get();
+    const auto now = Clock::now();
+    const long remaining = millisBetween(now, t->deadline);
+    if (remaining <= 0) {
+      failWaiting(transfer, TransportError::Kind::timeout,
+                  "no answer within the time-out of " +
+                      std::to_string(millisBetween(t->called, t->deadline)) +
+                      " ms, all of it spent waiting for a free connection");
       return false;
     }
-    Transfer* t = transfer.get();
+    CURL* easy = acquireEasy();
+    if (!easy) {
+      failWaiting(transfer, TransportError::Kind::other, "cannot create a request");
+      return false;
+    }
     t->easy = easy;
     const auto& s = t->settings->settings;
     const auto& r = t->request;
@@ -222,8 +433,10 @@ class HttpClient {
     curl_easy_setopt(easy, CURLOPT_SHARE, share_);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, writeBody);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, t);
-    curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(s.requestTimeout.count()));
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(s.connectTimeout.count()));
+    // What is left of the time-out counted from the call.
+    curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, remaining);
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS,
+                     std::min(remaining, static_cast<long>(s.connectTimeout.count())));
     curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(t->maxBodyBytes));
     // Only https leaves the SDK, redirects included, and TLS is always verified.
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "https");
@@ -252,10 +465,16 @@ class HttpClient {
       curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, r.method.c_str());
     }
     if (curl_multi_add_handle(multi_, easy) != CURLM_OK) {
-      finish(std::move(transfer), CURLE_FAILED_INIT);
+      retire(*t);
+      finish(transfer, CURLE_FAILED_INIT);
       return false;
     }
-    active_.insert(transfer.release());
+    stopWaiting(*t);
+    t->state = Transfer::State::active;
+    active_.emplace(t, transfer);
+    // libcurl's own time-out normally ends the transfer first; this one also covers the
+    // time a transfer may spend inside libcurl waiting for a connection.
+    setDeadline(*t, t->deadline + kDeadlineGrace);
     return true;
   }
 
@@ -281,99 +500,198 @@ class HttpClient {
   // rest wait in its lane. Thousands of transfers inside libcurl at once cost far more
   // CPU and memory per request than a short queue in front of it, and keeping a few
   // more than the connections keeps every connection busy.
-  void admit(std::unique_ptr<Transfer> transfer) {
+  void admit(const std::shared_ptr<Transfer>& transfer) {
     Lane& lane = lanes_[transfer->origin];
     const long cap = std::max(1L, transfer->settings->settings.maxConnectionsPerHost * 2);
-    if (lane.active < cap) {
-      if (start(std::move(transfer))) ++lane.active;
+    if (lane.active < cap && lane.waiting.empty()) {
+      if (start(transfer)) ++lane.active;
+      if (lane.active == 0 && lane.waiting.empty()) lanes_.erase(transfer->origin);
     } else {
-      lane.waiting.push_back(std::move(transfer));
+      transfer->inLane = lane.waiting.insert(lane.waiting.end(), transfer);
+      transfer->state = Transfer::State::waiting;
+      setDeadline(*transfer, transfer->deadline);
     }
   }
 
-  // A transfer of `origin` ended: let the next waiting one of that lane in.
+  // A transfer of `origin` left libcurl: let the next waiting one of that lane in.
   void release(const std::string& origin) {
     auto it = lanes_.find(origin);
     if (it == lanes_.end()) return;
-    Lane& lane = it->second;
-    --lane.active;
-    while (!lane.waiting.empty()) {
-      auto next = std::move(lane.waiting.front());
+    --it->second.active;
+    while (true) {
+      it = lanes_.find(origin);  // a failed start may have changed the lanes
+      if (it == lanes_.end()) return;
+      Lane& lane = it->second;
+      if (lane.waiting.empty()) {
+        if (lane.active == 0) lanes_.erase(it);
+        return;
+      }
+      auto next = lane.waiting.front();
       lane.waiting.pop_front();
-      if (start(std::move(next))) {
-        ++lane.active;
-        break;
+      next->state = Transfer::State::incoming;  // out of the lane, not yet in libcurl
+      if (start(next)) {
+        ++lanes_[origin].active;
+        return;
       }
     }
-    if (lane.active == 0 && lane.waiting.empty()) lanes_.erase(it);
   }
 
-  void finish(std::unique_ptr<Transfer> t, CURLcode code) {
+  // Takes a transfer out of libcurl (its connection is closed there if the exchange
+  // was cut short) and frees what it held there.
+  void detach(Transfer& t, long& status, long& connects) {
+    curl_easy_getinfo(t.easy, CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(t.easy, CURLINFO_NUM_CONNECTS, &connects);
+    curl_multi_remove_handle(multi_, t.easy);
+    recycleEasy(t.easy);
+    t.easy = nullptr;
+    curl_slist_free_all(t.headerList);
+    t.headerList = nullptr;
+  }
+
+  // Ends a transfer that libcurl was running (or refused to take) with `code`.
+  void finish(const std::shared_ptr<Transfer>& transfer, CURLcode code) {
+    Transfer* t = transfer.get();
     long status = 0;
     long connects = 0;
-    curl_easy_getinfo(t->easy, CURLINFO_RESPONSE_CODE, &status);
-    curl_easy_getinfo(t->easy, CURLINFO_NUM_CONNECTS, &connects);
-    recycleEasy(t->easy);
-    t->easy = nullptr;
-    curl_slist_free_all(t->headerList);
-    t->headerList = nullptr;
+    if (t->easy) detach(*t, status, connects);
+    active_.erase(t);
+    retire(*t);
     {
       std::lock_guard lock(mutex_);
       ++stats_.requestsFinished;
       stats_.connectionsOpened += static_cast<std::uint64_t>(connects);
     }
     if (code == CURLE_OK) {
-      t->promise.set_value(HttpResponse{status, std::move(t->body)});
+      HttpResponse response{status, std::move(t->body)};
+      if (response.body.size() > kInlineCompletionBytes) {
+        // Parsing and decoding a large answer takes milliseconds, which every other
+        // transfer would wait for: its continuations run on the background thread.
+        backgroundExecutor()([transfer, response = std::move(response)]() mutable {
+          transfer->promise.set_value(std::move(response));
+        });
+      } else {
+        t->promise.set_value(std::move(response));
+      }
       return;
     }
     std::string message;
     if (t->tooLarge || code == CURLE_FILESIZE_EXCEEDED) {
       code = CURLE_FILESIZE_EXCEEDED;
-      message = "the answer's body is larger than the limit of " +
-                std::to_string(t->maxBodyBytes) + " bytes";
+      message = "the answer's body is larger than the limit of " + std::to_string(t->maxBodyBytes) +
+                " bytes";
     } else {
       message = curl_easy_strerror(code);
       if (t->errorBuffer[0] != '\0') message += std::string(": ") + t->errorBuffer;
     }
-    t->promise.set_exception(std::make_exception_ptr(TransportError(
-        static_cast<int>(code), "HTTP request to " + t->request.url + " failed: " + message)));
+    t->body.clear();
+    t->promise.set_exception(std::make_exception_ptr(
+        TransportError(transportErrorKind(code, t->request.url), static_cast<int>(code),
+                       "HTTP request to " + t->request.url + " failed: " + message)));
+  }
+
+  // Ends an active transfer before libcurl did: cancelled, or past its deadline.
+  void stopActive(const std::shared_ptr<Transfer>& transfer, TransportError::Kind kind,
+                  const std::string& reason) {
+    Transfer* t = transfer.get();
+    long status = 0;
+    long connects = 0;
+    detach(*t, status, connects);
+    active_.erase(t);
+    retire(*t);
+    {
+      std::lock_guard lock(mutex_);
+      ++stats_.requestsFinished;
+      stats_.connectionsOpened += static_cast<std::uint64_t>(connects);
+      if (kind == TransportError::Kind::cancelled) ++stats_.requestsCancelled;
+    }
+    t->body.clear();
+    const int code = kind == TransportError::Kind::timeout ? CURLE_OPERATION_TIMEDOUT : 0;
+    t->promise.set_exception(std::make_exception_ptr(
+        TransportError(kind, code, "HTTP request to " + t->request.url + " failed: " + reason)));
+    release(t->origin);
+  }
+
+  void cancel(const std::shared_ptr<Transfer>& t) {
+    switch (t->state) {
+      case Transfer::State::waiting:
+        failWaiting(t, TransportError::Kind::cancelled, "cancelled while waiting for its turn");
+        break;
+      case Transfer::State::active:
+        stopActive(t, TransportError::Kind::cancelled, "cancelled during the transfer");
+        break;
+      case Transfer::State::incoming:
+      case Transfer::State::done:
+        break;
+    }
+  }
+
+  // Ends every transfer whose deadline has passed.
+  void expire(Clock::time_point now) {
+    while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
+      Transfer* raw = deadlines_.begin()->second;
+      std::shared_ptr<Transfer> t;
+      const std::string limit = std::to_string(millisBetween(raw->called, raw->deadline)) + " ms";
+      if (raw->state == Transfer::State::waiting) {
+        t = *raw->inLane;
+        failWaiting(t, TransportError::Kind::timeout,
+                    "no answer within the time-out of " + limit +
+                        ", all of it spent waiting for a free connection");
+      } else {
+        t = active_.at(raw);
+        stopActive(t, TransportError::Kind::timeout, "no answer within the time-out of " + limit);
+      }
+      if (gaveUp_.load()) return;
+    }
+  }
+
+  // How long the loop may sleep: until the next deadline, at most a second.
+  int pollTimeout() const {
+    if (deadlines_.empty()) return 1000;
+    const auto wait = deadlines_.begin()->first - Clock::now();
+    const auto ms = std::chrono::ceil<std::chrono::milliseconds>(wait).count();
+    return static_cast<int>(std::clamp<long long>(ms, 0, 1000));
   }
 
   void run() {
     markTransportThread();
     while (true) {
-      std::deque<std::unique_ptr<Transfer>> incoming;
+      std::deque<std::shared_ptr<Transfer>> incoming;
+      std::vector<std::weak_ptr<Transfer>> cancels;
       {
         std::lock_guard lock(mutex_);
         if (stopping_) break;
         incoming.swap(queue_);
+        cancels.swap(cancels_);
         if (limitsChanged_) {
           applyMultiLimits(settings_->settings);
           limitsChanged_ = false;
         }
       }
-      for (auto& transfer : incoming) admit(std::move(transfer));
+      for (auto& transfer : incoming) admit(transfer);
+      for (auto& weak : cancels) {
+        if (auto transfer = weak.lock()) cancel(transfer);
+        if (gaveUp_.load()) return;
+      }
 
       int running = 0;
       curl_multi_perform(multi_, &running);
       int pending = 0;
       while (CURLMsg* message = curl_multi_info_read(multi_, &pending)) {
         if (message->msg != CURLMSG_DONE) continue;
-        CURL* easy = message->easy_handle;
         const CURLcode code = message->data.result;
         Transfer* raw = nullptr;
-        curl_easy_getinfo(easy, CURLINFO_PRIVATE, &raw);
-        curl_multi_remove_handle(multi_, easy);
-        active_.erase(raw);
-        const std::string origin = raw->origin;
-        finish(std::unique_ptr<Transfer>(raw), code);
-        release(origin);
+        curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &raw);
+        auto transfer = active_.at(raw);
+        finish(transfer, code);
+        release(transfer->origin);
+        if (gaveUp_.load()) return;
       }
-      curl_multi_poll(multi_, nullptr, 0, 1000, nullptr);
+      expire(Clock::now());
+      if (gaveUp_.load()) return;
+      curl_multi_poll(multi_, nullptr, 0, pollTimeout(), nullptr);
     }
     // Shutting down: abandon everything, run no continuation.
-    for (Transfer* raw : active_) {
-      std::unique_ptr<Transfer> t(raw);
+    for (auto& [raw, t] : active_) {
       curl_multi_remove_handle(multi_, t->easy);
       curl_easy_cleanup(t->easy);
       curl_slist_free_all(t->headerList);
@@ -384,26 +702,36 @@ class HttpClient {
       for (auto& t : lane.waiting) t->promise.abandon();
     }
     lanes_.clear();
+    deadlines_.clear();
     for (CURL* easy : easyPool_) curl_easy_cleanup(easy);
     easyPool_.clear();
-    std::deque<std::unique_ptr<Transfer>> queued;
+    std::deque<std::shared_ptr<Transfer>> queued;
     {
       std::lock_guard lock(mutex_);
       queued.swap(queue_);
     }
     for (auto& t : queued) t->promise.abandon();
     for (const auto& file : bundleFiles_) ::unlink(file.c_str());
+    std::lock_guard lock(mutex_);
+    loopEnded_ = true;
+    stopped_.notify_all();
   }
 
+  const pid_t pid_;
   CURLM* multi_ = nullptr;
   CURLSH* share_ = nullptr;
   std::thread thread_;
 
   std::mutex mutex_;
+  std::condition_variable stopped_;
   bool stopping_ = false;
+  bool loopEnded_ = false;
+  std::atomic<bool> gaveUp_{false};
   bool limitsChanged_ = false;
   std::shared_ptr<const EffectiveSettings> settings_;
-  std::deque<std::unique_ptr<Transfer>> queue_;
+  std::deque<std::shared_ptr<Transfer>> queue_;
+  std::vector<std::weak_ptr<Transfer>> cancels_;
+  std::unordered_map<std::string, std::shared_ptr<WaitingCount>> waitingByOrigin_;
   transport::Stats stats_;
   std::map<std::string, std::string> loadedBundles_;
   std::vector<std::string> bundleFiles_;
@@ -411,21 +739,65 @@ class HttpClient {
   // Owned by the I/O thread.
   struct Lane {
     long active = 0;
-    std::deque<std::unique_ptr<Transfer>> waiting;
+    std::list<std::shared_ptr<Transfer>> waiting;
   };
-  std::unordered_set<Transfer*> active_;
+  std::unordered_map<Transfer*, std::shared_ptr<Transfer>> active_;
   std::unordered_map<std::string, Lane> lanes_;
+  std::multimap<Clock::time_point, Transfer*> deadlines_;
   static constexpr std::size_t kMaxPooledHandles = 64;
+  static constexpr std::size_t kOriginSweepSize = 64;
+  static constexpr std::chrono::milliseconds kDeadlineGrace{50};
+  // Answers larger than this complete on the background thread (see finish()).
+  static constexpr std::size_t kInlineCompletionBytes = 64 * 1024;
   std::vector<CURL*> easyPool_;
 };
 
-// The client lives for the whole process and is never destroyed, so that host threads
-// still sending during exit touch valid memory. A static guard stops its thread at exit,
-// before libcurl's and OpenSSL's own exit handlers run.
+// The client of this process. It lives for the whole process and is never destroyed,
+// so that host threads still sending during exit touch valid memory. A static guard
+// stops its thread at exit, before libcurl's and OpenSSL's own exit handlers run.
+//
+// A child made by fork() without exec has no I/O thread, and the parent's client holds
+// the parent's connections and wake-up socket: the child leaves that client alone and
+// makes its own on first use.
+std::atomic<HttpClient*> current{nullptr};
+HttpClient* forkedFrom = nullptr;
+std::mutex creation;
+
+void prepareFork() {
+  creation.lock();
+  if (auto* client = current.load()) client->mutex().lock();
+}
+void parentAfterFork() {
+  if (auto* client = current.load()) client->mutex().unlock();
+  creation.unlock();
+}
+void childAfterFork() {
+  if (auto* client = current.load()) {
+    client->mutex().unlock();
+    forkedFrom = client;
+  }
+  current.store(nullptr);
+  creation.unlock();
+}
+
 HttpClient& client() {
-  static HttpClient* instance = new HttpClient();
+  if (auto* instance = current.load(std::memory_order_acquire)) return *instance;
+  HttpClient* instance = nullptr;
+  {
+    std::lock_guard lock(creation);
+    instance = current.load();
+    if (!instance) {
+      instance = new HttpClient(forkedFrom);
+      current.store(instance, std::memory_order_release);
+    }
+  }
+  // Made after the first client, whose curl_global_init registers OpenSSL's exit
+  // handlers, so that the guard is destroyed (and the thread stopped) before they run.
   static struct Guard {
-    ~Guard() { instance->shutdown(); }
+    Guard() { ::pthread_atfork(prepareFork, parentAfterFork, childAfterFork); }
+    ~Guard() {
+      if (auto* instance = current.load()) instance->shutdown();
+    }
   } guard;
   return *instance;
 }
@@ -446,6 +818,7 @@ Settings settings() {
 
 void configure(const Settings& settings) {
   detail::client().configure(settings);
+  detail::setExitDeadline(settings.exitTimeout);
 }
 
 void trustCaBundle(const std::string& pemFile) {
@@ -459,6 +832,10 @@ void trustCaBundle(const std::string& pemFile) {
 
 Stats stats() {
   return detail::client().stats();
+}
+
+void shutdown() {
+  detail::client().shutdown();
 }
 
 }  // namespace tavik::transport

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "tavik/core/error.h"
 #include "tavik/core/future.h"
 
 namespace tavik::detail {
@@ -18,6 +19,8 @@ struct HttpRequest {
   /// Largest answer body accepted; 0 = the transport's `maxBodyBytes`. Creatives (images,
   /// video) ask for `maxMediaBytes` here.
   std::size_t maxBodyBytes = 0;
+  /// Writes a debug line when the request is refused (the web service's `debug`).
+  bool debug = false;
 };
 
 struct HttpResponse {
@@ -25,10 +28,17 @@ struct HttpResponse {
   std::string body;
 };
 
+/// What a libcurl failure of a request to `url` means, in the SDK's own terms.
+TransportError::Kind transportErrorKind(int curlCode, const std::string& url);
+
 /// Starts `request` on the process-wide HTTP client (one libcurl multi handle driven by
 /// one I/O thread, sharing warm connections and TLS sessions between all requests) and
 /// returns at once. The future completes on the I/O thread with the response, or with a
-/// `TransportError`. At process exit, requests still in flight are abandoned.
+/// `TransportError`: within the request time-out counted from this call, at once when
+/// too many requests already wait for the origin (`queueFull`). `cancel()` on the future
+/// (or on one chained on it) removes a waiting request or stops a running transfer; the
+/// future then fails with kind `cancelled`. At process exit, requests still waiting or
+/// in transfer are abandoned.
 Future<HttpResponse> sendHttpRequest(HttpRequest request);
 
 }  // namespace tavik::detail

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -163,19 +166,69 @@ namespace detail {
 /// badUrl, badResponse and the missing-endpoint cases as they are, anything else as
 /// `defaultError`. An exception thrown by the host's handler is swallowed.
 void reportError(std::exception_ptr error, const ErrorHandler& onError);
-/// The public result of a request: its value, or nothing after the error went to
-/// `reportError`.
+
+/// The `onError` of one operation, closed when the operation's future is cancelled:
+/// once `close()` has returned the handler is never called again. A handler running on
+/// another thread at that moment is waited for; `close()` from inside the handler
+/// itself returns at once.
+class ErrorGate {
+ public:
+  explicit ErrorGate(ErrorHandler handler) : handler_(std::move(handler)) {}
+  void report(const TavikError& error);
+  void report(std::exception_ptr error);
+  void close();
+
+ private:
+  std::mutex mutex_;
+  std::atomic<bool> closed_{false};
+  std::atomic<std::thread::id> caller_{};
+  ErrorHandler handler_;
+};
+
+/// A gate for `onError` that cancelling `result` closes; nullptr without a handler.
 template <class T>
-Future<std::optional<T>> settle(const Future<T>& request, ErrorHandler onError) {
-  return request.whenReady(
-      [onError = std::move(onError)](const Future<T>& answer) -> std::optional<T> {
-        try {
-          return answer.get();
-        } catch (...) {
-          reportError(std::current_exception(), onError);
-          return std::nullopt;
-        }
-      });
+std::shared_ptr<ErrorGate> gateFor(ErrorHandler onError, const Future<T>& result) {
+  if (!onError) return nullptr;
+  auto gate = std::make_shared<ErrorGate>(std::move(onError));
+  result.onCancel([gate] { gate->close(); });
+  return gate;
+}
+
+/// Whether the operation may be cancelled through its future: fetches may, events not.
+enum class Cancellable { yes, no };
+
+/// The public result of a request: its value, or nothing after the error went to
+/// `reportError`. A cancelled request ends the result with its `cancelled` error and
+/// reports nothing; cancelling the result cancels the request (only when `cancellable`).
+template <class T>
+Future<std::optional<T>> settle(const Future<T>& request, ErrorHandler onError,
+                                Cancellable cancellable = Cancellable::yes) {
+  auto promise = std::make_shared<Promise<std::optional<T>>>();
+  Future<std::optional<T>> result = promise->get_future();
+  std::shared_ptr<ErrorGate> gate;
+  if (onError) gate = std::make_shared<ErrorGate>(std::move(onError));
+  if (cancellable == Cancellable::yes) {
+    result.onCancel([gate, request] {
+      if (gate) gate->close();
+      request.cancel();
+    });
+  }
+  request.whenReady([promise, gate](const Future<T>& answer) {
+    try {
+      promise->set_value(answer.get());
+      return;
+    } catch (const TransportError& e) {
+      if (e.kind() == TransportError::Kind::cancelled) {
+        promise->set_exception(std::current_exception());
+        return;
+      }
+      if (gate) gate->report(std::current_exception());
+    } catch (...) {
+      if (gate) gate->report(std::current_exception());
+    }
+    promise->set_value(std::nullopt);
+  });
+  return result;
 }
 /// Calls `onError` (when given) with `error`, shielding the SDK from its exceptions.
 void notify(const ErrorHandler& onError, const TavikError& error);

@@ -88,17 +88,59 @@ class TavikError : public std::exception {
   std::string what_;
 };
 
-/// A failure of the HTTP transport: no connection, time-out, TLS verification, a
-/// redirect the SDK refuses, an oversized answer. `curlCode()` is libcurl's code.
+/// A failure of the HTTP transport. The public operations report it as `defaultError`
+/// carrying this error; `kind()` tells what happened without libcurl's codes.
 class TransportError : public std::runtime_error {
  public:
+  /// Stable: new kinds may be added, existing ones keep their meaning and name.
+  enum class Kind {
+    /// No answer within the request time-out, counted from the call (queue included).
+    timeout,
+    /// The connection was refused or the host could not be reached.
+    connectionFailed,
+    /// The host name did not resolve.
+    nameResolution,
+    /// TLS failed: an untrusted or misnamed certificate, or a failed handshake.
+    tls,
+    /// The answer's body is larger than the limit of the request.
+    answerTooLarge,
+    /// A redirect the SDK does not follow: to another scheme than https, or too many.
+    redirectRefused,
+    /// The connection broke off before the whole answer arrived.
+    connectionLost,
+    /// The request was cancelled (`Future::cancel()`).
+    cancelled,
+    /// Too many requests already wait for the same origin
+    /// (`transport::Settings::maxQueuedPerOrigin`); the request was never sent.
+    queueFull,
+    /// Anything else (an address libcurl refuses, out of memory, ...).
+    other,
+  };
+
+  TransportError(Kind kind, int curlCode, const std::string& message)
+      : std::runtime_error(message), kind_(kind), curlCode_(curlCode) {}
+  /// An error of kind `other`.
   TransportError(int curlCode, const std::string& message)
-      : std::runtime_error(message), curlCode_(curlCode) {}
+      : TransportError(Kind::other, curlCode, message) {}
+
+  Kind kind() const { return kind_; }
+  /// The kind's name: "timeout", "connectionFailed", "nameResolution", "tls",
+  /// "answerTooLarge", "redirectRefused", "connectionLost", "cancelled", "queueFull",
+  /// "other".
+  std::string kindName() const { return kindName(kind_); }
+  static std::string kindName(Kind kind);
+  /// libcurl's code (0 for failures that never reached libcurl: queue full, cancelled
+  /// before it started, timed out while waiting).
   int curlCode() const { return curlCode_; }
 
  private:
+  Kind kind_;
   int curlCode_;
 };
+
+/// The transport error inside an error the public operations reported (`defaultError`
+/// carrying a `TransportError`), or nullptr.
+const TransportError* transportErrorOf(const TavikError& error);
 
 /// A JSON document that does not decode into the SDK's records. `path()` names where
 /// (for example "ads.au_home[1].rank"); `what()` says what failed and where.
