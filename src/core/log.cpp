@@ -1,6 +1,9 @@
 #include "tavik/core/log.h"
 
+#include <pthread.h>
+
 #include <cstdio>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -9,30 +12,60 @@
 namespace tavik {
 
 namespace {
+
+// The sink is swapped under the lock and called without it, so a sink may log or
+// replace the sink; a sink replaced while it runs finishes with its own copy.
+thread_local bool insideSink = false;
+
+// Never destroyed: threads may still write lines while the process exits.
 std::mutex& sinkMutex() {
-  static std::mutex m;
-  return m;
+  static auto* mutex = [] {
+    auto* made = new std::mutex;
+    // A child made by fork() must not inherit the lock held by another thread.
+    ::pthread_atfork([] { sinkMutex().lock(); }, [] { sinkMutex().unlock(); },
+                     [] { sinkMutex().unlock(); });
+    return made;
+  }();
+  return *mutex;
 }
-LogSink& sinkSlot() {
-  static LogSink sink;
-  return sink;
+std::shared_ptr<const LogSink>& sinkSlot() {
+  static auto* slot = new std::shared_ptr<const LogSink>;
+  return *slot;
 }
+
+void writeToStderr(std::string_view line) {
+  std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
+}
+
 }  // namespace
 
 void setLogSink(LogSink sink) {
+  auto next = sink ? std::make_shared<const LogSink>(std::move(sink)) : nullptr;
   std::lock_guard lock(sinkMutex());
-  sinkSlot() = std::move(sink);
+  sinkSlot().swap(next);
+  // The previous sink is released here, or by the last line still being written to it.
 }
 
 namespace detail {
 
 void writeLogLine(std::string_view line) {
-  std::lock_guard lock(sinkMutex());
-  if (auto& sink = sinkSlot()) {
-    sink(line);
-  } else {
-    std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
+  std::shared_ptr<const LogSink> sink;
+  {
+    std::lock_guard lock(sinkMutex());
+    sink = sinkSlot();
   }
+  // A line the sink itself writes goes to standard error instead of back into the sink.
+  if (!sink || insideSink) {
+    writeToStderr(line);
+    return;
+  }
+  insideSink = true;
+  try {
+    (*sink)(line);
+  } catch (...) {
+    // A sink that throws loses its line, never the SDK's thread.
+  }
+  insideSink = false;
 }
 
 void debugLine(std::string_view text) {

@@ -7,7 +7,10 @@ namespace tavik {
 
 /// Receives every diagnostic line the SDK writes (only when `Config.debug` is on, and
 /// the one set-up notice of `setUserId`). A line arrives without its newline. Lines may
-/// come from any thread; the SDK serialises calls to the sink.
+/// come from any thread, and from several at once: the SDK holds no lock while it calls
+/// the sink, so a sink that needs one brings its own. A sink may call `setLogSink` (the
+/// new sink takes the next line) and may use the SDK; lines the SDK writes from inside
+/// the sink go to standard error instead of back into it.
 using LogSink = std::function<void(std::string_view line)>;
 
 /// Installs a process-wide sink; an empty function restores the default, which writes
