@@ -1,0 +1,28 @@
+// The SDK in a host process's life: fork() without exec, and exit while host code blocks
+// one of the SDK's threads. Each runs a real host program as a child process.
+#include <gtest/gtest.h>
+
+#include "support/sandbox_env.h"
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+TEST(Process, AChildMadeByForkGetsAWorkingSdkOfItsOwn) {
+  tavik::test::SandboxEnv env;
+  EXPECT_EQ(tavik::test::runProgram({TAVIK_FORK_CHILD, env.host(), env.server().certPath()}, 60s),
+            0);
+  // The parent's events and the child's both arrived.
+  std::size_t child = 0;
+  for (const auto& request : env.server().requests("/aclick")) {
+    child += request.value("cli_ubid") == "child";
+  }
+  EXPECT_EQ(child, 1u);
+}
+
+TEST(Process, ExitEndsPromptlyWhileHostCodeBlocksTheSdksThreads) {
+  tavik::test::SandboxEnv env;
+  const auto started = Clock::now();
+  EXPECT_EQ(tavik::test::runProgram({TAVIK_BLOCKED_EXIT, env.host(), env.server().certPath()}, 30s),
+            0);
+  EXPECT_LT(Clock::now() - started, 20s);
+}
