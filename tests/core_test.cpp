@@ -166,6 +166,25 @@ TEST(ParamValue, FloatTextIsShortestRoundTripWithAFraction) {
   EXPECT_EQ(ParamValue(2.5).text(), "2.5");
 }
 
+TEST(ParamValue, AHostsDoubleKeepsItsPrecisionAndType) {
+  // A double used to be narrowed to a 32-bit float: 12345678.9 went out as 12345679.0.
+  const ParamValue revenue(12345678.9);
+  EXPECT_TRUE(revenue.isDouble());
+  EXPECT_FALSE(revenue.isFloat());
+  EXPECT_EQ(*revenue.asDouble(), 12345678.9);
+  EXPECT_EQ(revenue.text(), "12345678.9");
+  EXPECT_EQ(revenue.description(), "12345678.9");
+  EXPECT_EQ(ParamValue(3.0).text(), "3.0");
+  EXPECT_EQ(ParamValue(0.1).text(), "0.1");
+  EXPECT_EQ(ParamValue(-2.0 / 3.0).text(), "-0.6666666666666666");
+  EXPECT_EQ(doubleText(9007199254740992.0), "9.007199254740992e+15");
+  EXPECT_EQ(doubleText(1e-5), "1e-05");
+  EXPECT_NE(ParamValue(0.1), ParamValue(0.1f));
+  // The SDK's own fields stay 32-bit floats with their float text.
+  EXPECT_EQ(ParamValue(0.1f).text(), "0.1");
+  EXPECT_TRUE(ParamValue(12.5f).isFloat());
+}
+
 TEST(Parameters, KeepInsertionOrderReplaceInPlaceAndDescribe) {
   Parameters p{{"pt", "HOME"}, {"pcnt", 2}};
   p.set("au", StringList{"a", "b\"c"});

@@ -181,6 +181,20 @@ TEST_F(RegisterEventTest, HostParametersAreWrittenButCommonKeysStayOnTheCopy) {
   EXPECT_EQ(last().value("uclid"), "z");
 }
 
+TEST_F(RegisterEventTest, AHostsNumbersGoOutWithTheirOwnPrecision) {
+  auto params = std::make_shared<TrackingParams>();
+  params->add("revenue", 12345678.9).add("ratio", 0.1).add("count", 7);
+  await(registrar->registerAdImpressionEvent("s", "uc", std::nullopt, params, nullptr));
+  const auto request = last();
+  EXPECT_EQ(request.value("revenue"), "12345678.9");
+  EXPECT_EQ(request.value("ratio"), "0.1");
+  EXPECT_EQ(request.value("count"), "7");
+  // The SDK's own float fields keep the float text.
+  await(registrar->registerVideoProgressEvent("s", "uc", 1.1f, 30.0f, nullptr, nullptr));
+  EXPECT_EQ(last().value("video_view_sec"), "1.1");
+  EXPECT_EQ(last().value("video_duration_sec"), "30.0");
+}
+
 TEST_F(RegisterEventTest, MissingEndpointAndFailuresReachOnErrorOnce) {
   Config config = env.config();
   config.registerEvent->domainUri.clear();

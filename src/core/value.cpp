@@ -6,18 +6,33 @@
 
 namespace tavik {
 
-std::string floatText(float value) {
+namespace {
+
+// Shortest round-trip text with a fractional part; exponent form at or beyond `large`
+// and below 1e-4.
+template <class F>
+std::string shortestText(F value, F large) {
   if (std::isnan(value)) return "nan";
   if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
   char buffer[64];
-  const float magnitude = std::fabs(value);
-  const bool exponent = magnitude != 0.0f && (magnitude >= 16777216.0f || magnitude < 1e-4f);
+  const F magnitude = std::fabs(value);
+  const bool exponent = magnitude != F(0) && (magnitude >= large || magnitude < F(1e-4));
   auto [end, ec] =
       std::to_chars(buffer, buffer + sizeof buffer, value,
                     exponent ? std::chars_format::scientific : std::chars_format::fixed);
   std::string text(buffer, ec == std::errc() ? end : buffer);
   if (!exponent && text.find('.') == std::string::npos) text += ".0";
   return text;
+}
+
+}  // namespace
+
+std::string floatText(float value) {
+  return shortestText(value, 16777216.0f);
+}
+
+std::string doubleText(double value) {
+  return shortestText(value, 9007199254740992.0);
 }
 
 std::string quoteText(std::string_view text) {
@@ -63,6 +78,7 @@ std::string ParamValue::text() const {
     std::string operator()(const std::string& s) const { return s; }
     std::string operator()(std::int64_t i) const { return std::to_string(i); }
     std::string operator()(float f) const { return floatText(f); }
+    std::string operator()(double d) const { return doubleText(d); }
     std::string operator()(bool b) const { return b ? "true" : "false"; }
     std::string operator()(const StringList& list) const {
       std::string out;

@@ -36,6 +36,7 @@ nlohmann::json toJsonValue(const ParamValue& value) {
     nlohmann::json operator()(std::int64_t i) const { return i; }
     // Through its shortest text, so 0.1f is written 0.1 and not 0.10000000149011612.
     nlohmann::json operator()(float f) const { return std::stod(floatText(f)); }
+    nlohmann::json operator()(double d) const { return d; }
     nlohmann::json operator()(bool b) const { return b; }
     nlohmann::json operator()(const StringList& list) const { return list; }
   };

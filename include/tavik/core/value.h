@@ -15,11 +15,12 @@ using StringList = std::vector<std::string>;
 
 /// One value of a request parameter dictionary. It keeps its type so that the query
 /// text of each kind follows its own rule: strings as they are, integers in decimal,
-/// 32-bit floats as their shortest round-trip text ("12.5", "10.0"), booleans as
+/// 32-bit floats (the SDK's own prices and seconds) and doubles (a host's values) as
+/// their shortest round-trip text ("12.5", "10.0", "12345678.9"), booleans as
 /// "true"/"false", and lists of strings as repeated "key[]" items.
 class ParamValue {
  public:
-  using Variant = std::variant<std::string, std::int64_t, float, bool, StringList>;
+  using Variant = std::variant<std::string, std::int64_t, float, bool, StringList, double>;
 
   ParamValue() : value_(std::string()) {}
   ParamValue(std::string value) : value_(std::move(value)) {}
@@ -28,8 +29,8 @@ class ParamValue {
   template <std::integral I>
   requires(!std::same_as<I, bool>) ParamValue(I value) : value_(static_cast<std::int64_t>(value)) {}
   ParamValue(float value) : value_(value) {}
-  /// Doubles are narrowed: the wire format only knows 32-bit floats.
-  ParamValue(double value) : value_(static_cast<float>(value)) {}
+  /// A double keeps its precision: 12345678.9 goes out as "12345678.9".
+  ParamValue(double value) : value_(value) {}
   ParamValue(bool value) : value_(value) {}
   ParamValue(StringList value) : value_(std::move(value)) {}
   ParamValue(std::initializer_list<std::string> value) : value_(StringList(value)) {}
@@ -39,6 +40,7 @@ class ParamValue {
   bool isString() const { return std::holds_alternative<std::string>(value_); }
   bool isInteger() const { return std::holds_alternative<std::int64_t>(value_); }
   bool isFloat() const { return std::holds_alternative<float>(value_); }
+  bool isDouble() const { return std::holds_alternative<double>(value_); }
   bool isBool() const { return std::holds_alternative<bool>(value_); }
   bool isList() const { return std::holds_alternative<StringList>(value_); }
 
@@ -46,6 +48,7 @@ class ParamValue {
   const std::string* asString() const { return std::get_if<std::string>(&value_); }
   const std::int64_t* asInteger() const { return std::get_if<std::int64_t>(&value_); }
   const float* asFloat() const { return std::get_if<float>(&value_); }
+  const double* asDouble() const { return std::get_if<double>(&value_); }
   const bool* asBool() const { return std::get_if<bool>(&value_); }
   const StringList* asList() const { return std::get_if<StringList>(&value_); }
 
@@ -67,6 +70,10 @@ class ParamValue {
 /// fractional part ("12.5", "10.0", "0.1"); exponent form beyond 2^24 and below 1e-4
 /// ("1.6777216e+07", "1e-05"), "nan", "inf", "-inf".
 std::string floatText(float value);
+
+/// The same for a double: the shortest text that reads back as the same double, with a
+/// fractional part ("12345678.9", "3.0"); exponent form from 2^53 and below 1e-4.
+std::string doubleText(double value);
 
 /// A string-keyed parameter dictionary with unique keys. Entries iterate in insertion
 /// order; setting an existing key replaces its value in place.
