@@ -1,5 +1,6 @@
 #include "tavik/ads/ad_models.h"
 
+#include "core/utf8.h"
 #include "network/json_text.h"
 
 #include <cmath>
@@ -27,31 +28,12 @@ std::string sanitizeUtf8(std::string_view text) {
   out.reserve(text.size());
   std::size_t i = 0;
   while (i < text.size()) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    std::size_t length = 0;
-    unsigned char low = 0x80, high = 0xBF;  // range of the second byte
-    if (byte < 0x80) {
-      length = 1;
-    } else if (byte >= 0xC2 && byte <= 0xDF) {
-      length = 2;
-    } else if (byte >= 0xE0 && byte <= 0xEF) {
-      length = 3;
-      if (byte == 0xE0) low = 0xA0;   // no overlong forms
-      if (byte == 0xED) high = 0x9F;  // no surrogates
-    } else if (byte >= 0xF0 && byte <= 0xF4) {
-      length = 4;
-      if (byte == 0xF0) low = 0x90;
-      if (byte == 0xF4) high = 0x8F;  // nothing beyond U+10FFFF
-    }
-    bool valid = length > 0 && i + length <= text.size();
-    for (std::size_t k = 1; valid && k < length; ++k) {
-      const auto next = static_cast<unsigned char>(text[i + k]);
-      valid = k == 1 ? (next >= low && next <= high) : (next >= 0x80 && next <= 0xBF);
-    }
-    if (valid) {
+    const std::size_t length = detail::utf8SequenceLength(text, i);
+    if (length > 0) {
       out.append(text.substr(i, length));
       i += length;
     } else {
+      const auto byte = static_cast<unsigned char>(text[i]);
       out += "\\x";
       out += kHex[byte >> 4];
       out += kHex[byte & 0xF];

@@ -1,45 +1,12 @@
 #include "tavik/ads/ad_renderer.h"
 
+#include "core/utf8.h"
+
 #include "tavik/core/tavik.h"
 
 namespace tavik {
 
 namespace detail {
-
-namespace {
-bool validUtf8(const std::string& text) {
-  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-  const auto* end = p + text.size();
-  while (p < end) {
-    const unsigned char c = *p;
-    std::size_t length;
-    std::uint32_t point;
-    if (c < 0x80) {
-      ++p;
-      continue;
-    } else if ((c & 0xE0) == 0xC0) {
-      length = 2, point = c & 0x1F;
-    } else if ((c & 0xF0) == 0xE0) {
-      length = 3, point = c & 0x0F;
-    } else if ((c & 0xF8) == 0xF0) {
-      length = 4, point = c & 0x07;
-    } else {
-      return false;
-    }
-    if (static_cast<std::size_t>(end - p) < length) return false;
-    for (std::size_t i = 1; i < length; ++i) {
-      if ((p[i] & 0xC0) != 0x80) return false;
-      point = (point << 6) | (p[i] & 0x3F);
-    }
-    static constexpr std::uint32_t kMinimum[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (point < kMinimum[length] || point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF)) {
-      return false;
-    }
-    p += length;
-  }
-  return true;
-}
-}  // namespace
 
 const std::string* unwrapEnvelope(const std::optional<nlohmann::json>& answer) {
   return answer ? unwrapEnvelope(*answer) : nullptr;
@@ -54,7 +21,7 @@ const std::string* unwrapEnvelope(const nlohmann::json& answer) {
   const auto data = response->find("data");
   if (data == response->end() || !data->is_string()) return nullptr;
   const auto* text = data->get_ptr<const std::string*>();
-  return validUtf8(*text) ? text : nullptr;
+  return isValidUtf8(*text) ? text : nullptr;
 }
 
 }  // namespace detail

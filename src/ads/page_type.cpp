@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+#include "core/utf8.h"
+
 namespace tavik {
 namespace {
 
@@ -34,38 +36,6 @@ constexpr std::size_t longestRawValue() {
   return longest;
 }
 
-// Reads one UTF-8 sequence with a non-ASCII lead byte at `text[pos]`, advancing `pos`.
-// Returns nothing for an ill-formed sequence: a stray continuation byte, a truncated
-// sequence, an overlong form, a surrogate or a value beyond U+10FFFF.
-std::optional<char32_t> decodeMultiByte(std::string_view text, std::size_t& pos) {
-  const auto lead = static_cast<unsigned char>(text[pos]);
-  std::size_t length = 0;
-  char32_t codePoint = 0;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    length = 2;
-    codePoint = lead & 0x1F;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    length = 3;
-    codePoint = lead & 0x0F;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    length = 4;
-    codePoint = lead & 0x07;
-  } else {
-    return std::nullopt;
-  }
-  if (text.size() - pos < length) return std::nullopt;
-  for (std::size_t i = 1; i < length; ++i) {
-    const auto byte = static_cast<unsigned char>(text[pos + i]);
-    if ((byte & 0xC0) != 0x80) return std::nullopt;
-    codePoint = (codePoint << 6) | (byte & 0x3F);
-  }
-  if (length == 3 && codePoint < 0x800) return std::nullopt;
-  if (length == 4 && (codePoint < 0x10000 || codePoint > 0x10FFFF)) return std::nullopt;
-  if (codePoint >= 0xD800 && codePoint <= 0xDFFF) return std::nullopt;
-  pos += length;
-  return codePoint;
-}
-
 // The full Unicode upper case of `text` when it is pure ASCII and no longer than
 // `limit`, else nothing. The wire strings are short upper-case ASCII words, so a text
 // whose upper case holds anything else (or whose bytes are not valid UTF-8) can never
@@ -80,7 +50,7 @@ std::optional<std::string> asciiUpperCase(std::string_view text, std::size_t lim
                                             : static_cast<char>(byte);
       ++pos;
     } else {
-      const auto codePoint = decodeMultiByte(text, pos);
+      const auto codePoint = detail::decodeUtf8(text, pos);
       if (!codePoint) return std::nullopt;
       const auto* mapping =
           std::find_if(kAsciiUpperCases.begin(), kAsciiUpperCases.end(),
