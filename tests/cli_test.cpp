@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/sandbox_env.h"
 #include "tavik/ads/ad_models.h"
 #include "tavik/network/web_service.h"
 #include "tavik/sandbox/sandbox.h"
@@ -51,8 +52,8 @@ class Child {
  public:
   Child(const std::vector<std::string>& args, const std::string& input,
         const std::vector<std::string>& env) {
-    char pattern[] = "/tmp/tavik-cli-test.XXXXXX";
-    dir_ = mkdtemp(pattern);
+    std::string pattern = tavik::test::privateTempDir() + "child-XXXXXX";
+    dir_ = mkdtemp(pattern.data());
     writeFile(dir_ + "/in", input);
 
     std::vector<std::string> argv = {TAVIK_CLI_PATH};
@@ -480,7 +481,7 @@ TEST_F(CliTest, ServiceFailuresExitWithOneAndTheErrorCode) {
 // --- the sandbox command ------------------------------------------------------------------
 
 TEST(CliSandbox, RunsUntilTerminatedAndPrintsItsAddressThenEachRequest) {
-  const std::string cert = ::testing::TempDir() + "cli_test_sandbox.pem";
+  const std::string cert = tavik::test::privateTempDir() + "sandbox.pem";
   Child server({"sandbox", "--port", "0", "--cert-out", cert}, "", {});
   std::string base;
   const auto deadline = std::chrono::steady_clock::now() + 20s;

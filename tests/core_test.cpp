@@ -1,6 +1,10 @@
 // SDK entry, builder, configuration coding, errors and the parameter values.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <future>
+#include <thread>
+
 #include <nlohmann/json.hpp>
 
 #include "tavik/core/config.h"
@@ -11,6 +15,7 @@
 #include "tavik/tavik.h"
 
 using namespace tavik;
+using namespace std::chrono_literals;
 
 TEST(BuilderDeathTest, MisuseStopsTheProcessWithTheFixedMessage) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -56,6 +61,32 @@ TEST(Builder, SetUserIdOnlySpeaksBeforeSetUp) {
   TAVIK::Builder().clientId("c").build().setUserId("u1");
   EXPECT_TRUE(lines.empty());
   setLogSink(nullptr);
+}
+
+TEST(LogSink, ASinkMayLogAndReplaceTheSinkWithoutADeadlock) {
+  // The sink used to be called with the SDK's lock held: a sink that logged, or that
+  // replaced the sink, waited for itself forever.
+  std::vector<std::string> first, second;
+  std::promise<void> finished;
+  auto done = finished.get_future();
+  std::thread worker([&] {
+    setLogSink([&](std::string_view line) {
+      first.emplace_back(line);
+      detail::debugLine("written from inside the sink");  // goes to standard error
+      setLogSink([&](std::string_view next) { second.emplace_back(next); });
+    });
+    detail::debugLine("one");
+    detail::debugLine("two");
+    setLogSink(nullptr);
+    finished.set_value();
+  });
+  if (done.wait_for(10s) != std::future_status::ready) {
+    ADD_FAILURE() << "the sink deadlocked";
+    std::_Exit(1);
+  }
+  worker.join();
+  EXPECT_EQ(first, (std::vector<std::string>{R"("TAVIK: - one")"}));
+  EXPECT_EQ(second, (std::vector<std::string>{R"("TAVIK: - two")"}));
 }
 
 TEST(Builder, AnUnreadableCaBundleIsReportedNotThrown) {

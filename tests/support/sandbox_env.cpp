@@ -8,6 +8,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
 #include <thread>
 
 namespace tavik::test {
@@ -93,6 +96,25 @@ int closedPort() {
   const int port = ntohs(address.sin_port);
   ::close(fd);
   return port;
+}
+
+const std::string& privateTempDir() {
+  static const std::string dir = [] {
+    const char* base = std::getenv("TMPDIR");
+    std::string pattern = std::string(base && *base ? base : "/tmp") + "/tavik-test-XXXXXX";
+    if (::mkdtemp(pattern.data()) == nullptr) {
+      throw std::runtime_error("cannot make a temporary folder from " + pattern);
+    }
+    static struct Remover {
+      std::string path;
+      ~Remover() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+      }
+    } remover{pattern};
+    return pattern + "/";
+  }();
+  return dir;
 }
 
 }  // namespace tavik::test

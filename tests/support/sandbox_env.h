@@ -46,4 +46,8 @@ int runProgram(const std::vector<std::string>& argv, std::chrono::milliseconds t
 /// A loopback port nothing listens on (bound, then released).
 int closedPort();
 
+/// A folder of this test process alone, made on first use under $TMPDIR (or /tmp) and
+/// removed with everything in it when the process exits. Ends with '/'.
+const std::string& privateTempDir();
+
 }  // namespace tavik::test
