@@ -476,6 +476,7 @@ TEST_F(CliTest, ServiceFailuresExitWithOneAndTheErrorCode) {
   const auto untrusted = run({"pla", "--page", "HOME", "--sandbox", sandbox_.baseUrl()});
   EXPECT_EQ(untrusted.status, 1);
   EXPECT_TRUE(contains(untrusted.err, "error: UNKNOWN_ERROR defaultError: ")) << untrusted.err;
+  EXPECT_TRUE(contains(untrusted.err, "\n  transport: tls\n")) << untrusted.err;
 }
 
 // --- the sandbox command ------------------------------------------------------------------

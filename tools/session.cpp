@@ -193,6 +193,10 @@ void printError(const TavikError& error) {
   const auto info = error.get();
   std::cerr << "error: " << info.code << " " << error.caseName() << ": " << error.description()
             << "\n";
+  // A transport failure says what happened in the SDK's stable terms.
+  if (const auto* transport = transportErrorOf(error)) {
+    std::cerr << "  transport: " << transport->kindName() << "\n";
+  }
   if (error.kind() == TavikError::Case::badStatus && !error.body().empty()) {
     std::string body = error.body().substr(0, kMaxBodyShown);
     if (error.body().size() > kMaxBodyShown) body += "...";
