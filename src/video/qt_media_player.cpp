@@ -1,0 +1,212 @@
+#include "video/qt_media_player.h"
+
+#include <QMetaObject>
+#include <exception>
+#include <string>
+
+#include "tavik/views/qt_bridge.h"
+#include "views/creative_store.h"
+
+namespace tavik::quick {
+
+namespace {
+
+QString describe(const std::exception_ptr& error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const std::exception& e) {
+    return QString::fromStdString(e.what());
+  } catch (...) {
+    return QStringLiteral("unknown error");
+  }
+}
+
+// "data:," and the like: an inline resource with nothing after the comma.
+bool isEmptyInlineResource(const QUrl& url) {
+  if (url.scheme() != QLatin1String("data")) return false;
+  const QString path = url.path();
+  const qsizetype comma = path.indexOf(QLatin1Char(','));
+  return comma < 0 || comma == path.size() - 1;
+}
+
+}  // namespace
+
+QtMediaPlayer::QtMediaPlayer(QObject* parent) : MediaPlayer(parent) {
+  player_.setAudioOutput(&audio_);
+  connect(&player_, &QMediaPlayer::mediaStatusChanged, this, &QtMediaPlayer::onMediaStatus);
+  connect(&player_, &QMediaPlayer::errorOccurred, this,
+          [this](QMediaPlayer::Error, const QString& text) { onPlayerError(text); });
+  connect(&player_, &QMediaPlayer::positionChanged, this,
+          [this](qint64 ms) { Q_EMIT positionChanged(static_cast<double>(ms) / 1000.0); });
+  connect(&player_, &QMediaPlayer::playbackStateChanged, this, &QtMediaPlayer::updatePlaying);
+  connect(&audio_, &QAudioOutput::mutedChanged, this, &MediaPlayer::mutedChanged);
+}
+
+QtMediaPlayer::~QtMediaPlayer() {
+  // Whatever the pipeline still reports on its way down is of no interest any more.
+  QObject::disconnect(&player_, nullptr, this, nullptr);
+  QObject::disconnect(&audio_, nullptr, this, nullptr);
+}
+
+void QtMediaPlayer::setSource(const QUrl& url) {
+  ++generation_;
+  source_ = url;
+  local_.clear();
+  mediaLoaded_ = false;
+  reloaded_ = false;
+  reloading_ = false;
+  error_.clear();
+  setStatus(Status::unknown);
+  player_.setSource(QUrl());
+
+  if (url.isEmpty() || isEmptyInlineResource(url)) return;
+  if (url.isLocalFile() || url.scheme() == QLatin1String("qrc") ||
+      url.scheme() == QLatin1String("data")) {
+    load(url);
+    return;
+  }
+  if (url.scheme() != QLatin1String("https")) {
+    fail(QStringLiteral("cannot play a video from %1: only https addresses are loaded")
+             .arg(url.toDisplayString()));
+    return;
+  }
+  // The download completes on the transport thread; the file is handed to the player
+  // on this thread, and only if this player still exists and still wants this source.
+  const std::uint64_t generation = generation_;
+  continueOn(this, detail::fetchCreativeFile(url.toString(QUrl::FullyEncoded).toStdString()),
+             [this, generation](const Future<std::string>& ready) {
+               if (generation != generation_) return;
+               try {
+                 load(QUrl::fromLocalFile(QString::fromStdString(ready.get())));
+               } catch (...) {
+                 fail(QStringLiteral("the video could not be downloaded: %1")
+                          .arg(describe(std::current_exception())));
+               }
+             });
+}
+
+void QtMediaPlayer::load(const QUrl& local) {
+  // Playback starts once the media is loaded (onMediaStatus): asked to play while it
+  // still prerolls into a video output, GStreamer now and then never leaves its paused
+  // state.
+  local_ = local;
+  mediaLoaded_ = false;
+  player_.setSource(local);
+}
+
+void QtMediaPlayer::setMuted(bool muted) {
+  audio_.setMuted(muted);
+}
+
+void QtMediaPlayer::play() {
+  wantsToPlay_ = true;
+  if (mediaLoaded_) player_.play();
+}
+
+void QtMediaPlayer::pause() {
+  wantsToPlay_ = false;
+  if (mediaLoaded_) player_.pause();
+}
+
+void QtMediaPlayer::seekToZero() {
+  if (mediaLoaded_) player_.setPosition(0);
+}
+
+bool QtMediaPlayer::isPlaying() const {
+  return playing_;
+}
+
+void QtMediaPlayer::updatePlaying() {
+  // Qt enters its playing state as soon as it is asked to, before it knows whether the
+  // media can be played at all; playback has only started once the media is loaded.
+  const bool now = player_.playbackState() == QMediaPlayer::PlayingState && mediaLoaded_ &&
+                   status_ == Status::readyToPlay;
+  if (now == playing_) return;
+  playing_ = now;
+  Q_EMIT playingChanged(now);
+}
+
+double QtMediaPlayer::position() const {
+  return static_cast<double>(player_.position()) / 1000.0;
+}
+
+std::optional<double> QtMediaPlayer::duration() const {
+  // Qt reports 0 while the duration is unknown and for streams without an end.
+  const qint64 ms = player_.duration();
+  if (ms <= 0) return std::nullopt;
+  return static_cast<double>(ms) / 1000.0;
+}
+
+void QtMediaPlayer::setVideoOutput(QObject* output) {
+  player_.setVideoOutput(output);
+}
+
+void QtMediaPlayer::onMediaStatus(QMediaPlayer::MediaStatus status) {
+  switch (status) {
+    case QMediaPlayer::LoadedMedia:
+    case QMediaPlayer::BufferingMedia:
+    case QMediaPlayer::BufferedMedia:
+    case QMediaPlayer::StalledMedia:
+      if (reloading_ || status_ == Status::failed) break;
+      mediaLoaded_ = true;
+      setStatus(Status::readyToPlay);
+      if (wantsToPlay_ && player_.playbackState() != QMediaPlayer::PlayingState) player_.play();
+      updatePlaying();
+      break;
+    case QMediaPlayer::EndOfMedia:
+      // Playback stopped by itself; whoever wants more asks again.
+      wantsToPlay_ = false;
+      Q_EMIT endOfMedia();
+      break;
+    case QMediaPlayer::InvalidMedia:
+      onPlayerError(player_.errorString());
+      break;
+    case QMediaPlayer::NoMedia:
+    case QMediaPlayer::LoadingMedia:
+      break;
+  }
+}
+
+void QtMediaPlayer::onPlayerError(const QString& text) {
+  if (reloading_) return;
+  if (!reloaded_ && !local_.isEmpty() && status_ != Status::failed) {
+    // Qt 6.4's GStreamer pipeline now and then loses a race while it links the decoder
+    // of a freshly loaded file ("Internal data stream error", the demuxer's stream "not
+    // linked"); loading the same file again plays it. Once per source: a file that is
+    // really broken fails the second time too. Queued, because the pipeline is still
+    // reporting from inside this call.
+    reloaded_ = true;
+    reloading_ = true;
+    mediaLoaded_ = false;
+    const std::uint64_t generation = generation_;
+    QMetaObject::invokeMethod(
+        this,
+        [this, generation] {
+          if (generation != generation_) return;
+          reloading_ = false;
+          player_.setSource(QUrl());
+          load(local_);
+        },
+        Qt::QueuedConnection);
+    return;
+  }
+  fail(text.isEmpty() ? QStringLiteral("the video cannot be played") : text);
+}
+
+void QtMediaPlayer::fail(const QString& error) {
+  // GStreamer tends to follow the first, telling error with generic ones; keep the first.
+  if (status_ == Status::failed) return;
+  error_ = error;
+  wantsToPlay_ = false;
+  mediaLoaded_ = false;
+  setStatus(Status::failed);
+}
+
+void QtMediaPlayer::setStatus(Status status) {
+  if (status == status_) return;
+  status_ = status;
+  Q_EMIT statusChanged(status_, error_);
+  updatePlaying();
+}
+
+}  // namespace tavik::quick

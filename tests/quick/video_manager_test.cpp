@@ -1,0 +1,512 @@
+// The video player manager on a scripted player, its events checked on the sandbox's
+// event log over real HTTPS; the Qt Multimedia player on the offscreen platform; and
+// VideoAdView's appearances in an offscreen window.
+#include <gtest/gtest.h>
+
+#include <QPointer>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QTemporaryFile>
+#include <QThread>
+#include <algorithm>
+#include <limits>
+
+#include "support/sandbox_fixture.h"
+#include "support/scripted_media_player.h"
+#include "tavik/video/video_player_manager.h"
+#include "video/progress_clock.h"
+
+using namespace tavik;
+using tavik::test::ScriptedMediaPlayer;
+using tavik::test::spinUntil;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+constexpr const char* kShopper = "shopper-7";
+
+// Each test's ad has its own id, so that events still in flight from an earlier test in
+// the same process are never counted.
+std::string testUclid() {
+  return std::string("uc-") + ::testing::UnitTest::GetInstance()->current_test_info()->name();
+}
+
+test::SandboxEnv& env() {
+  return test::SandboxFixture::shared().env();
+}
+
+// The logged events named `eventName` for `uclid`, once at least `count` are there
+// (waiting up to ten seconds for them).
+std::vector<nlohmann::json> eventsOf(const std::string& eventName, std::size_t count,
+                                     const std::string& uclid = testUclid()) {
+  std::vector<nlohmann::json> found;
+  spinUntil(
+      [&] {
+        found.clear();
+        for (const auto& entry : env().server().eventLog()) {
+          if (entry["event_name"] == eventName && entry["params"].value("uclid", "") == uclid) {
+            found.push_back(entry);
+          }
+        }
+        return found.size() >= count;
+      },
+      10000);
+  return found;
+}
+
+std::vector<nlohmann::json> progressEvents(std::size_t count,
+                                           const std::string& uclid = testUclid()) {
+  return eventsOf("funnel_video_progress", count, uclid);
+}
+
+// One parameter of every event, sorted: events travel on parallel connections and may
+// arrive in any order.
+Strings sortedParam(const std::vector<nlohmann::json>& events, const std::string& key) {
+  Strings values;
+  for (const auto& event : events) values.push_back(event["params"].value(key, "<absent>"));
+  std::sort(values.begin(), values.end());
+  return values;
+}
+
+// Starts the way VideoAdView does when it appears.
+void start(VideoPlayerManager& manager) {
+  manager.startProgressTracking();
+  manager.observePlaybackEnd();
+  manager.player()->play();
+}
+
+// Gives stray requests time to arrive, then counts the events of this test's ad.
+std::size_t settledEventCount() {
+  QThread::msleep(400);
+  std::size_t count = 0;
+  for (const auto& entry : env().server().eventLog()) {
+    if (entry["params"].value("uclid", "") == testUclid()) ++count;
+  }
+  return count;
+}
+
+}  // namespace
+
+TEST(ProgressClockTest, FiresOnStartEachIntervalAndOnJumpsBack) {
+  quick::ProgressClock clock(2);
+  EXPECT_EQ(clock.started(0.0), 0.0);
+  EXPECT_EQ(clock.moved(0.1), std::nullopt);
+  EXPECT_EQ(clock.moved(1.99), std::nullopt);
+  EXPECT_EQ(clock.moved(2.05), 2.05);  // the first report at or past the multiple
+  EXPECT_EQ(clock.moved(2.5), std::nullopt);
+  EXPECT_EQ(clock.moved(6.4), 6.4);  // a skip forward over two multiples fires once
+  EXPECT_EQ(clock.moved(7.9), std::nullopt);
+  EXPECT_EQ(clock.moved(8.0), 8.0);
+  EXPECT_EQ(clock.moved(7.98), std::nullopt);  // reporting noise is no seek
+  EXPECT_EQ(clock.moved(1.0), 1.0);            // a jump back fires at once
+  EXPECT_EQ(clock.moved(1.9), std::nullopt);   // and the intervals count from there
+  EXPECT_EQ(clock.moved(2.0), 2.0);
+
+  // The loop: the jump back to zero fires; playback restarting at zero does not again.
+  EXPECT_EQ(clock.moved(0.0), 0.0);
+  EXPECT_EQ(clock.started(0.0), std::nullopt);
+  // A resume elsewhere fires.
+  EXPECT_EQ(clock.moved(0.5), std::nullopt);
+  EXPECT_EQ(clock.started(0.5), 0.5);
+
+  clock.reset();
+  EXPECT_EQ(clock.moved(0.7), 0.7);  // after a reset the next report fires
+}
+
+class VideoManagerTest : public ::testing::Test {
+ protected:
+  void SetUp() override { env().server().reset(); }
+
+  std::unique_ptr<VideoPlayerManager> make(int interval, std::optional<double> duration = 10.0,
+                                           const std::string& url = "https://cdn.test/ad.mp4") {
+    auto player = std::make_unique<ScriptedMediaPlayer>(duration);
+    scripted = player.get();
+    return std::make_unique<VideoPlayerManager>(env().config(), kShopper, testUclid(), url,
+                                                interval, std::move(player));
+  }
+
+  ScriptedMediaPlayer* scripted = nullptr;
+};
+
+TEST_F(VideoManagerTest, StartsMutedAndPublishesThePlayersStatus) {
+  auto manager = make(3);
+  EXPECT_TRUE(manager->isMuted());
+  EXPECT_TRUE(scripted->isMuted());
+  EXPECT_EQ(scripted->source(), QUrl("https://cdn.test/ad.mp4"));
+  EXPECT_EQ(manager->playerStatus(), VideoPlayerManager::Unknown);
+  EXPECT_TRUE(manager->playerError().isEmpty());
+  EXPECT_EQ(manager->videoPlayTime(), 0.0f);
+  EXPECT_FALSE(scripted->isPlaying());  // nothing plays before the view appears
+
+  QSignalSpy status(manager.get(), &VideoPlayerManager::playerStatusChanged);
+  QSignalSpy error(manager.get(), &VideoPlayerManager::playerErrorChanged);
+  scripted->becomeReady();
+  EXPECT_EQ(manager->playerStatus(), VideoPlayerManager::ReadyToPlay);
+  EXPECT_EQ(status.count(), 1);
+  scripted->failWith("decoder gave up");
+  EXPECT_EQ(manager->playerStatus(), VideoPlayerManager::Failed);
+  EXPECT_EQ(manager->playerError(), "decoder gave up");
+  EXPECT_EQ(status.count(), 2);
+  EXPECT_EQ(error.count(), 1);
+}
+
+TEST_F(VideoManagerTest, AnAddressThatDoesNotParseBecomesTheEmptyInlineResource) {
+  for (const std::string bad : {"", "https://cdn.test/a video.mp4", "http://[::1"}) {
+    auto manager = make(3, 10.0, bad);
+    EXPECT_EQ(manager->url(), QUrl("data:,")) << bad;
+    EXPECT_EQ(scripted->source(), QUrl("data:,")) << bad;
+  }
+}
+
+TEST_F(VideoManagerTest, ReportsProgressAtTheIntervalInFloatSeconds) {
+  auto manager = make(2);
+  manager->startProgressTracking();
+  manager->startProgressTracking();  // a second call installs nothing more
+  EXPECT_TRUE(manager->isTrackingProgress());
+  QSignalSpy playTime(manager.get(), &VideoPlayerManager::videoPlayTimeChanged);
+  scripted->play();
+  scripted->playFor(6.3, 300);  // reports 0.3, 0.6, ... 6.3
+
+  const auto events = progressEvents(4);
+  ASSERT_EQ(events.size(), 4u);
+  EXPECT_EQ(sortedParam(events, "video_view_sec"), (Strings{"0.0", "2.1", "4.2", "6.0"}));
+  for (const auto& event : events) {
+    EXPECT_EQ(event["path"], "/events");
+    EXPECT_EQ(event["params"]["event_name"], "funnel_video_progress");
+    EXPECT_EQ(event["params"]["cli_ubid"], kShopper);
+    EXPECT_EQ(event["params"]["video_duration_sec"], "10.0");
+    EXPECT_EQ(event["params"]["client_id"], "client-1");
+  }
+  EXPECT_FLOAT_EQ(manager->videoPlayTime(), 6.0f);
+  EXPECT_EQ(playTime.count(), 3);  // 0 -> 0 is no change
+  EXPECT_EQ(settledEventCount(), 4u);
+
+  // A seek back fires at once, and the interval counts from there.
+  scripted->jumpTo(1.0);
+  scripted->playFor(2.0, 500);  // 1.5, 2.0 (a tick), 2.5, 3.0
+  EXPECT_EQ(sortedParam(progressEvents(6), "video_view_sec"),
+            (Strings{"0.0", "1.0", "2.0", "2.1", "4.2", "6.0"}));
+}
+
+TEST_F(VideoManagerTest, MuteTogglesReportTheLastTicksPosition) {
+  auto manager = make(2);
+  start(*manager);
+  scripted->playFor(3.0, 300);  // ticks at 0 and 2.1; the player is at 3.0 now
+  progressEvents(2);
+  QSignalSpy muted(manager.get(), &VideoPlayerManager::isMutedChanged);
+
+  manager->toggleMute();  // muted from the start, so this one turns the sound on
+  EXPECT_FALSE(manager->isMuted());
+  EXPECT_FALSE(scripted->isMuted());
+  auto actions = eventsOf("funnel_video_action", 1);
+  ASSERT_EQ(actions.size(), 1u);
+  EXPECT_EQ(actions[0]["params"]["action_type"], "unmute");
+  EXPECT_EQ(actions[0]["params"]["video_view_sec"], "2.1");
+  EXPECT_EQ(actions[0]["params"]["cli_ubid"], kShopper);
+  EXPECT_FALSE(actions[0]["params"].contains("video_duration_sec"));
+
+  manager->toggleMute();
+  EXPECT_TRUE(manager->isMuted());
+  EXPECT_TRUE(scripted->isMuted());
+  actions = eventsOf("funnel_video_action", 2);
+  ASSERT_EQ(actions.size(), 2u);
+  EXPECT_EQ(actions[1]["params"]["action_type"], "mute");
+  EXPECT_EQ(actions[1]["params"]["video_view_sec"], "2.1");
+  EXPECT_EQ(muted.count(), 2);
+}
+
+TEST_F(VideoManagerTest, CleanupStopsEverythingUntilTrackingStartsAgain) {
+  auto manager = make(2);
+  start(*manager);
+  scripted->playFor(2.5, 500);  // ticks at 0 and 2.0
+  progressEvents(2);
+  ASSERT_FLOAT_EQ(manager->videoPlayTime(), 2.0f);
+
+  manager->cleanup();
+  EXPECT_FALSE(scripted->isPlaying());
+  EXPECT_EQ(manager->videoPlayTime(), 0.0f);
+  EXPECT_FALSE(manager->isTrackingProgress());
+  EXPECT_FALSE(manager->isObservingPlaybackEnd());
+
+  // Played on by someone else: no progress, no loop, and the status is no longer followed.
+  scripted->play();
+  scripted->playFor(3, 500);
+  scripted->jumpTo(9.0);
+  scripted->playFor(2, 500);
+  EXPECT_FALSE(scripted->isPlaying());
+  EXPECT_EQ(scripted->seekToZeroCalls, 0);
+  scripted->becomeReady();
+  EXPECT_EQ(manager->playerStatus(), VideoPlayerManager::Unknown);
+  EXPECT_EQ(settledEventCount(), 2u);
+
+  manager->toggleMute();  // no tick since the cleanup: the position sent is 0
+  auto actions = eventsOf("funnel_video_action", 1);
+  ASSERT_EQ(actions.size(), 1u);
+  EXPECT_EQ(actions[0]["params"]["video_view_sec"], "0.0");
+
+  // The same manager starts again on the same player, from where it stands.
+  scripted->jumpTo(1.0);
+  start(*manager);
+  EXPECT_TRUE(manager->isTrackingProgress());
+  scripted->playFor(1.0, 500);
+  EXPECT_EQ(sortedParam(progressEvents(4), "video_view_sec"),
+            (Strings{"0.0", "1.0", "2.0", "2.0"}));
+  EXPECT_FLOAT_EQ(manager->videoPlayTime(), 2.0f);
+}
+
+TEST_F(VideoManagerTest, AVideoWithoutAKnownEndReportsDurationZero) {
+  auto manager = make(1, std::nullopt);
+  EXPECT_EQ(manager->videoDuration(), 0.0f);
+  start(*manager);
+  scripted->playFor(1.0, 250);
+  const auto events = progressEvents(2);
+  ASSERT_EQ(events.size(), 2u);
+  EXPECT_EQ(sortedParam(events, "video_duration_sec"), (Strings{"0.0", "0.0"}));
+
+  scripted->setDuration(std::numeric_limits<double>::infinity());
+  EXPECT_EQ(manager->videoDuration(), 0.0f);
+  scripted->setDuration(std::numeric_limits<double>::quiet_NaN());
+  EXPECT_EQ(manager->videoDuration(), 0.0f);
+  scripted->setDuration(2.5);
+  EXPECT_EQ(manager->videoDuration(), 2.5f);
+}
+
+TEST_F(VideoManagerTest, LoopsAtTheEndWithoutANewAppearance) {
+  auto manager = make(1, 3.0);
+  start(*manager);
+  scripted->playFor(7.5, 250);
+
+  EXPECT_EQ(scripted->seekToZeroCalls, 2);
+  EXPECT_EQ(scripted->playCalls, 3);
+  EXPECT_TRUE(scripted->isPlaying());
+  EXPECT_DOUBLE_EQ(scripted->position(), 1.5);
+  // Per pass: the start, each second, the last frame; then the jump back to zero.
+  EXPECT_EQ(sortedParam(progressEvents(10), "video_view_sec"),
+            (Strings{"0.0", "0.0", "0.0", "1.0", "1.0", "1.0", "2.0", "2.0", "3.0", "3.0"}));
+
+  // Without the end observer the video stops at its end.
+  auto once = make(1, 3.0);
+  once->startProgressTracking();
+  scripted->play();
+  scripted->playFor(5.0, 250);
+  EXPECT_EQ(scripted->seekToZeroCalls, 0);
+  EXPECT_FALSE(scripted->isPlaying());
+  EXPECT_DOUBLE_EQ(scripted->position(), 3.0);
+}
+
+TEST_F(VideoManagerTest, DestroyingTheManagerPausesAndStopsTheEvents) {
+  auto manager = make(1);
+  QPointer<ScriptedMediaPlayer> player = scripted;
+  start(*manager);
+  scripted->playFor(1.0, 500);
+  progressEvents(2);
+  bool pausedBeforeGoing = false;
+  QObject::connect(scripted, &MediaPlayer::playingChanged,
+                   [&](bool playing) { pausedBeforeGoing = !playing; });
+  manager.reset();
+  EXPECT_TRUE(pausedBeforeGoing);
+  EXPECT_TRUE(player.isNull());  // the manager owned it
+  EXPECT_EQ(settledEventCount(), 2u);
+}
+
+// ---- the Qt Multimedia player (offscreen: it decodes and its position advances)
+
+class QtPlayerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ScriptedMediaPlayer::uninstall();
+    env().server().reset();
+  }
+  std::unique_ptr<VideoPlayerManager> make(const std::string& url, int interval = 1) {
+    return std::make_unique<VideoPlayerManager>(env().config(), kShopper, testUclid(), url,
+                                                interval);
+  }
+};
+
+TEST_F(QtPlayerTest, PlaysAnHttpsVideoDownloadedByTheTransport) {
+  auto manager = make(env().base() + "/media/video_320x180.mp4");
+  EXPECT_EQ(qobject_cast<ScriptedMediaPlayer*>(manager->player()), nullptr);
+  ASSERT_TRUE(spinUntil([&] { return manager->playerStatus() != VideoPlayerManager::Unknown; }))
+      << "the video never loaded";
+  ASSERT_EQ(manager->playerStatus(), VideoPlayerManager::ReadyToPlay)
+      << manager->playerError().toStdString();
+  EXPECT_NEAR(manager->videoDuration(), 3.0f, 0.05f);
+  EXPECT_TRUE(manager->player()->isMuted());
+  EXPECT_EQ(env().server().requests("/media/video_320x180.mp4").size(), 1u);
+
+  manager->startProgressTracking();
+  manager->player()->play();
+  ASSERT_TRUE(spinUntil([&] { return manager->player()->position() > 1.2; }));
+  const auto events = progressEvents(2);
+  ASSERT_GE(events.size(), 2u);
+  EXPECT_EQ(events[0]["params"]["video_duration_sec"], "3.0");
+
+  manager->cleanup();
+  EXPECT_FALSE(manager->player()->isPlaying());
+}
+
+TEST_F(QtPlayerTest, UnplayableSourcesFailOrStayIdleWithoutCrashing) {
+  auto missing = make(env().base() + "/media/no_such_video.mp4");
+  auto plainHttp = make("http://127.0.0.1:9/video.mp4");
+  auto empty = make("not a url");
+  QTemporaryFile text;
+  ASSERT_TRUE(text.open());
+  text.write("this is no video at all\n");
+  text.flush();
+  auto garbage = make(QUrl::fromLocalFile(text.fileName()).toString().toStdString());
+  for (auto* manager : {missing.get(), plainHttp.get(), empty.get(), garbage.get()}) {
+    start(*manager);
+  }
+
+  ASSERT_TRUE(spinUntil([&] {
+    return missing->playerStatus() == VideoPlayerManager::Failed &&
+           plainHttp->playerStatus() == VideoPlayerManager::Failed &&
+           garbage->playerStatus() == VideoPlayerManager::Failed;
+  }));
+  EXPECT_FALSE(missing->playerError().isEmpty());
+  EXPECT_TRUE(plainHttp->playerError().contains("https")) << plainHttp->playerError().toStdString();
+  EXPECT_FALSE(garbage->playerError().isEmpty());
+  EXPECT_EQ(env().server().requests("/media/no_such_video.mp4").size(), 1u);
+
+  // "data:," is simply nothing: no status, no playback, no error.
+  QThread::msleep(200);
+  QCoreApplication::processEvents();
+  EXPECT_EQ(empty->url(), QUrl("data:,"));
+  EXPECT_EQ(empty->playerStatus(), VideoPlayerManager::Unknown);
+  EXPECT_FALSE(empty->player()->isPlaying());
+  EXPECT_TRUE(empty->playerError().isEmpty());
+  EXPECT_EQ(empty->videoDuration(), 0.0f);
+  EXPECT_EQ(settledEventCount(), 0u);
+}
+
+TEST_F(QtPlayerTest, AManagerGoneBeforeItsDownloadEndsIsLeftAlone) {
+  env().server().script("/media/slow.mp4", test::slow(std::chrono::milliseconds(300), "x"));
+  {
+    auto manager = make(env().base() + "/media/slow.mp4");
+    manager->player()->play();
+  }
+  // The download finishes after the player is gone; nothing may touch it.
+  ASSERT_TRUE(spinUntil([] { return !env().server().requests("/media/slow.mp4").empty(); }));
+  spinUntil([] { return false; }, 600);
+  SUCCEED();
+}
+
+// ---- VideoAdView in an offscreen window, on scripted players
+
+class VideoAdViewTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    env().server().reset();
+    ScriptedMediaPlayer::installForEveryManager(10.0);
+    engine.addImportPath(QStringLiteral(TAVIK_QML_DIR));
+  }
+  void TearDown() override {
+    root.reset();
+    ScriptedMediaPlayer::uninstall();
+  }
+
+  QQuickItem* load(const QString& qml) {
+    QQmlComponent component(&engine);
+    component.setData(qml.toUtf8(), QUrl("qrc:/video_view_test.qml"));
+    root.reset(qobject_cast<QQuickItem*>(component.create()));
+    EXPECT_TRUE(root) << component.errorString().toStdString();
+    if (!root) return nullptr;
+    root->setParentItem(window.contentItem());
+    window.resize(320, 240);
+    window.show();
+    return root.get();
+  }
+
+  QQmlEngine engine;
+  QQuickWindow window;
+  std::unique_ptr<QQuickItem> root;
+};
+
+TEST_F(VideoAdViewTest, PlaysWhileOnScreenAndReportsEveryThreeSecondsByDefault) {
+  QQuickItem* root = load(QStringLiteral(R"(
+      import QtQuick
+      import Tavik
+      Item {
+        width: 320; height: 240
+        VideoAdView {
+          objectName: "video"
+          width: 320; height: 180
+          cliUbid: "shopper-v"
+          uclid: "uc-view"
+          url: "https://cdn.test/clip.mp4"
+        }
+      })"));
+  ASSERT_TRUE(root);
+  auto* video = root->findChild<QQuickItem*>("video");
+  ASSERT_TRUE(video);
+  auto* manager = video->property("videoManager").value<VideoPlayerManager*>();
+  ASSERT_TRUE(manager);
+  ScriptedMediaPlayer* player = ScriptedMediaPlayer::last();
+  ASSERT_EQ(manager->player(), player);
+  EXPECT_EQ(manager->progressTrackInterval(), 3);
+  EXPECT_EQ(manager->cliUbid(), "shopper-v");
+  EXPECT_EQ(manager->url(), QUrl("https://cdn.test/clip.mp4"));
+  EXPECT_EQ(manager->config().clientId, "client-1");  // the installed SDK's
+  EXPECT_EQ(player->videoOutput(), video->findChild<QObject*>("videoOutput"));
+
+  ASSERT_TRUE(spinUntil([&] { return video->property("active").toBool(); }));
+  EXPECT_TRUE(player->isPlaying());
+  EXPECT_TRUE(player->isMuted());
+  player->playFor(6.5, 250);
+  EXPECT_EQ(sortedParam(progressEvents(3, "uc-view"), "video_view_sec"),
+            (Strings{"0.0", "3.0", "6.0"}));
+
+  // Hidden: paused and cleaned up; shown again: playing and tracking again.
+  video->setVisible(false);
+  ASSERT_TRUE(spinUntil([&] { return !video->property("active").toBool(); }));
+  EXPECT_FALSE(player->isPlaying());
+  EXPECT_FALSE(manager->isTrackingProgress());
+  EXPECT_EQ(manager->videoPlayTime(), 0.0f);
+  video->setVisible(true);
+  ASSERT_TRUE(spinUntil([&] { return video->property("active").toBool(); }));
+  EXPECT_TRUE(player->isPlaying());
+  EXPECT_TRUE(manager->isTrackingProgress());
+  EXPECT_TRUE(manager->isObservingPlaybackEnd());
+
+  // Destroyed while playing: paused on the way out.
+  bool pausedBeforeGoing = false;
+  QObject::connect(player, &MediaPlayer::playingChanged,
+                   [&](bool playing) { pausedBeforeGoing = !playing; });
+  QPointer<ScriptedMediaPlayer> watched = player;
+  delete video;
+  EXPECT_TRUE(pausedBeforeGoing);
+  EXPECT_TRUE(watched.isNull());
+}
+
+TEST_F(VideoAdViewTest, AViewMadeOffScreenWaitsUntilItIsShown) {
+  QQuickItem* root = load(QStringLiteral(R"(
+      import QtQuick
+      import Tavik
+      Item {
+        width: 320; height: 240
+        VideoAdView {
+          objectName: "video"
+          x: 400
+          width: 100; height: 100
+          uclid: "uc-late"
+          url: "https://cdn.test/late.mp4"
+          progressTrackInterval: 1
+        }
+      })"));
+  ASSERT_TRUE(root);
+  auto* video = root->findChild<QQuickItem*>("video");
+  ASSERT_TRUE(video);
+  ScriptedMediaPlayer* player = ScriptedMediaPlayer::last();
+  spinUntil([] { return false; }, 300);
+  EXPECT_FALSE(video->property("active").toBool());
+  EXPECT_EQ(player->playCalls, 0);
+
+  video->setX(10);
+  ASSERT_TRUE(spinUntil([&] { return video->property("active").toBool(); }));
+  EXPECT_TRUE(player->isPlaying());
+  EXPECT_EQ(video->property("videoManager").value<VideoPlayerManager*>()->progressTrackInterval(),
+            1);
+}
