@@ -56,7 +56,8 @@ void OnScreenWatcher::attach(QQuickWindow* window) {
 }
 
 void OnScreenWatcher::requestCheck() {
-  if (window_) {
+  // A hidden window renders no frame to wait for: it is off screen now.
+  if (window_ && window_->isVisible() && window_->isExposed()) {
     window_->update();
   } else {
     check();

@@ -1,6 +1,7 @@
 #include "views/media_support.h"
 
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QGuiApplication>
 #include <QImage>
 #include <QImageReader>
@@ -12,6 +13,8 @@
 #include <limits>
 #include <mutex>
 
+#include "tavik/views/qt_bridge.h"
+#include "views/banner_ad_item.h"
 #include "views/creative_store.h"
 
 namespace tavik::quick {
@@ -105,21 +108,30 @@ QQuickImageResponse* CreativeImageProvider::requestImageResponse(const QString& 
           CreativeImageResponse::finish(state, {}, QString::fromUtf8(e.what()));
           return;
         }
-        // Decoding is real work: keep it off the transport thread.
-        QThreadPool::globalInstance()->start([state, bytes, requestedSize] {
-          {
-            std::lock_guard lock(state->mutex);
-            if (state->done || !state->response) return;  // cancelled meanwhile
-          }
-          QImage image = decode(*bytes, requestedSize);
-          CreativeImageResponse::finish(
-              state, image, image.isNull() ? QStringLiteral("not an image") : QString());
+        // Decoding is real work: keep it off the transport thread. Nothing is started
+        // once the response is gone or the application is shutting down (the pool
+        // goes with it).
+        {
+          std::lock_guard lock(state->mutex);
+          if (state->done || !state->response) return;
+        }
+        detail::whileApplicationAlive([&] {
+          QThreadPool::globalInstance()->start([state, bytes, requestedSize] {
+            {
+              std::lock_guard lock(state->mutex);
+              if (state->done || !state->response) return;  // cancelled meanwhile
+            }
+            QImage image = decode(*bytes, requestedSize);
+            CreativeImageResponse::finish(
+                state, image, image.isNull() ? QStringLiteral("not an image") : QString());
+          });
         });
       });
   return response;
 }
 
 void installImageProvider(QQmlEngine* engine) {
+  applicationExecutor();  // starts watching the application object, from its thread
   if (engine && !engine->imageProvider(QLatin1String(kImageProviderId))) {
     engine->addImageProvider(QLatin1String(kImageProviderId), new CreativeImageProvider());
   }
@@ -128,6 +140,13 @@ void installImageProvider(QQmlEngine* engine) {
 TavikMedia* TavikMedia::create(QQmlEngine* engine, QJSEngine*) {
   installImageProvider(engine);
   return new TavikMedia();
+}
+
+QPointF TavikMedia::labelPosition(qreal frameWidth, qreal frameHeight, qreal width, qreal height,
+                                  int alignment) const {
+  const RectF r = placeLabel({frameWidth, frameHeight}, {width, height},
+                             labelAlignmentFrom(Qt::Alignment(alignment)));
+  return {r.x, r.y};
 }
 
 QString TavikMedia::imageSource(const QString& address) const {

@@ -6,6 +6,7 @@
 
 #include <QtQml/qqmlregistration.h>
 #include <QObject>
+#include <QPointF>
 #include <QQuickAsyncImageProvider>
 #include <QString>
 
@@ -53,6 +54,10 @@ class TavikMedia : public QObject {
     return symbol(quick::fullScreenSymbol(isFullScreen));
   }
   Q_INVOKABLE QString muteSymbol(bool isMuted) const { return symbol(quick::muteSymbol(isMuted)); }
+  /// Where a label of `width` × `height` goes in a frame of `frameWidth` × `frameHeight`
+  /// at `alignment` (Qt alignment flags).
+  Q_INVOKABLE QPointF labelPosition(qreal frameWidth, qreal frameHeight, qreal width, qreal height,
+                                    int alignment) const;
   qreal maxAdWidth() const { return screenLimits().maxAdWidth; }
   qreal maxAdHeight() const { return screenLimits().maxAdHeight; }
 

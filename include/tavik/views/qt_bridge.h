@@ -12,11 +12,9 @@
 //                              show(ready.get());  // ready: get() does not block
 //                            });
 
-#include <QCoreApplication>
-#include <QMetaObject>
 #include <QObject>
 #include <QPointer>
-#include <QThread>
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -24,26 +22,30 @@
 
 namespace tavik::quick {
 
+/// An executor that runs tasks on the Qt application thread: at once when the task is
+/// handed over on that thread, else queued to it. Tasks handed over after the
+/// application object is gone are dropped. Make it on the application thread.
+///
+///   future.then(tavik::quick::applicationExecutor(), [](const auto& value) { ... });
+Executor applicationExecutor();
+
+namespace detail {
+/// Runs `f` while the application object is guaranteed to stay alive (its destruction
+/// waits), or not at all when it is gone. For work handed to Qt from other threads.
+bool whileApplicationAlive(const std::function<void()>& f);
+}  // namespace detail
+
 /// Runs `f(readyFuture)` on the application thread once `future` is ready, unless
 /// `context` was destroyed first. Call it on the application thread; `context` must
 /// live there (every view and manager does). Errors reach `f` too: `get()` rethrows.
 template <class T, class F>
 void continueOn(QObject* context, const Future<T>& future, F&& f) {
-  // The guard is made and read on the application thread only; the transport thread
-  // merely posts to the application object, which outlives every view.
+  // The guard is made and read on the application thread only.
   auto guard = std::make_shared<QPointer<QObject>>(context);
-  future.whenReady([guard, f = std::forward<F>(f)](const Future<T>& ready) mutable {
-    QCoreApplication* app = QCoreApplication::instance();
-    if (!app) return;
-    auto deliver = [guard, f = std::move(f), ready]() mutable {
-      if (!guard->isNull()) f(ready);
-    };
-    if (QThread::currentThread() == app->thread()) {
-      deliver();
-    } else {
-      QMetaObject::invokeMethod(app, std::move(deliver), Qt::QueuedConnection);
-    }
-  });
+  future.whenReady(applicationExecutor(),
+                   [guard, f = std::forward<F>(f)](const Future<T>& ready) mutable {
+                     if (!guard->isNull()) f(ready);
+                   });
 }
 
 }  // namespace tavik::quick
