@@ -28,13 +28,18 @@ QQmlComponent* componentFor(QQmlEngine* engine, const QString& typeName) {
 
 QQuickItem* createViewItem(const QString& typeName, QQuickItem* parent,
                            const std::function<void(QObject*)>& setUp) {
-  QQmlEngine* engine = parent ? qmlEngine(parent) : nullptr;
-  if (!engine) {
+  return createViewItem(typeName, parent ? qmlEngine(parent) : nullptr, parent, setUp);
+}
+
+QQuickItem* createViewItem(const QString& typeName, QQmlEngine* engine, QQuickItem* parent,
+                           const std::function<void(QObject*)>& setUp) {
+  if (!engine || !parent) {
     tavik::detail::writeLogLine("TAVIK: a view needs a parent item that lives in a QML engine");
     return nullptr;
   }
   QQmlComponent* component = componentFor(engine, typeName);
   QQmlContext* context = qmlContext(parent);
+  if (context && context->engine() != engine) context = nullptr;
   QObject* object = component->beginCreate(context ? context : engine->rootContext());
   auto* item = qobject_cast<QQuickItem*>(object);
   if (!item) {

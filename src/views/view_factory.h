@@ -4,6 +4,7 @@
 #include <functional>
 
 class QObject;
+class QQmlEngine;
 class QQuickItem;
 
 namespace tavik::quick::detail {
@@ -13,6 +14,9 @@ namespace tavik::quick::detail {
 /// `parent` and returns it, owned by C++ (the parent). The compiled component is kept
 /// per engine, so a second view of a type costs only the instantiation.
 QQuickItem* createViewItem(const QString& typeName, QQuickItem* parent,
+                           const std::function<void(QObject*)>& setUp);
+/// The same with the engine given: for parents made in C++ (the overlay's host).
+QQuickItem* createViewItem(const QString& typeName, QQmlEngine* engine, QQuickItem* parent,
                            const std::function<void(QObject*)>& setUp);
 
 }  // namespace tavik::quick::detail

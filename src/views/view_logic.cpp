@@ -58,6 +58,60 @@ double centredScrollPosition(int index, int count, const CarouselLayout& layout)
   return std::clamp(centred, 0.0, std::max(0.0, content - layout.width));
 }
 
+namespace overlay {
+
+RectF panelFrame(SizeF screen, SizeF wanted, std::optional<PointF> position) {
+  double w = std::min(wanted.width, 0.8 * screen.width);
+  double h = std::min(wanted.height, 0.8 * screen.height);
+  // No room for the panel and its margins: shrink it rather than place it off screen.
+  w = std::clamp(w, 0.0, std::max(0.0, screen.width - kRightMargin));
+  h = std::clamp(h, 0.0, std::max(0.0, screen.height - kBottomMargin));
+  const double maxX = std::max(0.0, screen.width - w - kRightMargin);
+  const double maxY = std::max(0.0, screen.height - h - kBottomMargin);
+  if (!position) return {maxX, maxY, w, h};
+  return {std::min(maxX, std::max(0.0, position->x)), std::min(maxY, std::max(0.0, position->y)), w,
+          h};
+}
+
+RectF afterDrag(const RectF& frame, PointF translation, SizeF screen, const Insets& insets) {
+  const double maxX = screen.width - frame.width;
+  const double maxY = screen.height - frame.height - insets.bottom;
+  return {std::max(0.0, std::min(frame.x + translation.x, maxX)),
+          std::max(insets.top, std::min(frame.y + translation.y, maxY)), frame.width, frame.height};
+}
+
+RectF leavingFullScreen(const RectF& remembered, SizeF screen) {
+  if (remembered.width > 0 || remembered.height > 0 || remembered.x != 0 || remembered.y != 0) {
+    return remembered;
+  }
+  return {0.1 * screen.width, 0.1 * screen.height, 0.8 * screen.width, 0.8 * screen.height};
+}
+
+RectF keptInside(const RectF& frame, SizeF screen, const Insets& insets) {
+  RectF r = frame;
+  r.width = std::min(r.width, std::max(0.0, screen.width));
+  r.height = std::min(r.height, std::max(0.0, screen.height - insets.top - insets.bottom));
+  return afterDrag(r, {0, 0}, screen, insets);
+}
+
+}  // namespace overlay
+
+InterstitialTimes interstitialTimes(std::optional<std::int64_t> closeButtonSec,
+                                    std::optional<std::int64_t> autoCloseSec) {
+  InterstitialTimes times;
+  auto seconds = [&](std::optional<std::int64_t> value, double fallback) {
+    if (!value) return fallback;
+    if (*value < 0) {
+      times.negativeDelay = true;
+      return 0.0;
+    }
+    return static_cast<double>(*value);
+  };
+  times.closeButton = seconds(closeButtonSec, 5);
+  times.autoClose = seconds(autoCloseSec, 10);
+  return times;
+}
+
 RectF placeLabel(SizeF frame, SizeF label, LabelAlignment alignment) {
   auto offset = [](double room, double size, int where) {
     switch (where) {

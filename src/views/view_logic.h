@@ -86,6 +86,66 @@ int pageAfterStep(int currentIndex, int count, int step);
 /// The strip's scroll position that centres card `index`, kept inside the content.
 double centredScrollPosition(int index, int count, const CarouselLayout& layout);
 
+/// Safe-area insets of the window an overlay lives in (zero where the platform has
+/// none, as on desktop Qt).
+struct Insets {
+  double top = 0;
+  double left = 0;
+  double bottom = 0;
+  double right = 0;
+};
+struct PointF {
+  double x = 0;
+  double y = 0;
+};
+
+/// Where an overlay panel goes and how it moves. "Screen" is the window the overlay
+/// covers: on a phone the window fills the screen, on a desktop the panel must stay in
+/// the app's window.
+namespace overlay {
+inline constexpr double kRightMargin = 16;
+inline constexpr double kBottomMargin = 34;
+/// The first frame of a floating panel of `wanted` size: at most 0.8 of the screen on
+/// each side; at `position` clamped into the room left, or in the bottom-right corner
+/// (16 from the right, 34 from the bottom). A panel larger than the room is made to fit.
+RectF panelFrame(SizeF screen, SizeF wanted, std::optional<PointF> position);
+/// The frame after a drag of `translation`: inside the screen, below the top inset and
+/// above the bottom one. Not snapped to an edge.
+RectF afterDrag(const RectF& frame, PointF translation, SizeF screen, const Insets& insets);
+/// The frame that leaving full screen returns to: the remembered one, or the middle
+/// 0.8 of the screen when none was remembered.
+RectF leavingFullScreen(const RectF& remembered, SizeF screen);
+/// The same frame moved (and, if it must, shrunk) to stay inside a resized screen.
+RectF keptInside(const RectF& frame, SizeF screen, const Insets& insets);
+}  // namespace overlay
+
+/// The interstitial's two timers: the close button after `closeButtonSec` (5 when
+/// absent), the automatic close after `autoCloseSec` (10 when absent), both counted from
+/// the same moment. A negative delay counts as 0.
+struct InterstitialTimes {
+  double closeButton = 5;
+  double autoClose = 10;
+  bool negativeDelay = false;  // a delay was negative and was treated as 0
+};
+InterstitialTimes interstitialTimes(std::optional<std::int64_t> closeButtonSec,
+                                    std::optional<std::int64_t> autoCloseSec);
+
+/// Dismissal happens at most once, whoever asks first (the close button, the automatic
+/// close, Escape).
+class DismissOnce {
+ public:
+  /// True the first time only.
+  bool dismiss() {
+    if (dismissed_) return false;
+    dismissed_ = true;
+    return true;
+  }
+  bool isDismissed() const { return dismissed_; }
+
+ private:
+  bool dismissed_ = false;
+};
+
 /// Where the ad label sits inside the ad's frame.
 enum class HorizontalAlignment { leading, center, trailing };
 enum class VerticalAlignment { top, center, bottom };

@@ -171,6 +171,52 @@ TEST(CarouselPaging, TheCurrentCardIsCentredInsideTheContent) {
   EXPECT_DOUBLE_EQ(centredScrollPosition(0, 0, layout), 0);
 }
 
+TEST(OverlayGeometry, PanelPlacementDragsAndFullScreen) {
+  using namespace overlay;
+  const SizeF phone{400, 800};
+  EXPECT_EQ(panelFrame(phone, {300, 200}, std::nullopt), (RectF{84, 566, 300, 200}));
+  EXPECT_EQ(panelFrame(phone, {300, 200}, PointF{-50, 10}), (RectF{0, 10, 300, 200}));
+  EXPECT_EQ(panelFrame(phone, {300, 200}, PointF{1000, 1000}), (RectF{84, 566, 300, 200}));
+  // At most 0.8 of the screen; a window too small for the margins still gets a panel
+  // inside it instead of one at a negative place.
+  EXPECT_EQ(panelFrame(phone, {1000, 1000}, std::nullopt), (RectF{64, 126, 320, 640}));
+  EXPECT_EQ(panelFrame({10, 20}, {300, 200}, std::nullopt), (RectF{0, 0, 0, 0}));
+
+  const Insets insets{44, 0, 34, 0};
+  const RectF panel{84, 400, 300, 200};
+  EXPECT_EQ(afterDrag(panel, {-30, 20}, phone, insets), (RectF{54, 420, 300, 200}));
+  EXPECT_EQ(afterDrag(panel, {500, 0}, phone, insets), (RectF{100, 400, 300, 200}));   // right edge
+  EXPECT_EQ(afterDrag(panel, {-500, 0}, phone, insets), (RectF{0, 400, 300, 200}));    // left edge
+  EXPECT_EQ(afterDrag(panel, {0, -1000}, phone, insets), (RectF{84, 44, 300, 200}));   // top inset
+  EXPECT_EQ(afterDrag(panel, {0, 1000}, phone, insets), (RectF{84, 566, 300, 200}));   // bottom inset
+
+  EXPECT_EQ(leavingFullScreen({}, phone), (RectF{40, 80, 320, 640}));
+  EXPECT_EQ(leavingFullScreen({84, 566, 300, 200}, phone), (RectF{84, 566, 300, 200}));
+
+  // A window that shrinks keeps the panel inside, smaller if it must be.
+  EXPECT_EQ(keptInside({84, 566, 300, 200}, {350, 500}, {}), (RectF{50, 300, 300, 200}));
+  EXPECT_EQ(keptInside({84, 566, 300, 200}, {200, 150}, {}), (RectF{0, 0, 200, 150}));
+}
+
+TEST(InterstitialTiming, DefaultsNegativeDelaysAndOneDismissal) {
+  const InterstitialTimes defaults = interstitialTimes(std::nullopt, std::nullopt);
+  EXPECT_EQ(defaults.closeButton, 5);
+  EXPECT_EQ(defaults.autoClose, 10);
+  EXPECT_FALSE(defaults.negativeDelay);
+  const InterstitialTimes given = interstitialTimes(3, 2);
+  EXPECT_EQ(given.closeButton, 3);
+  EXPECT_EQ(given.autoClose, 2);
+  const InterstitialTimes negative = interstitialTimes(-4, 0);
+  EXPECT_EQ(negative.closeButton, 0);
+  EXPECT_EQ(negative.autoClose, 0);
+  EXPECT_TRUE(negative.negativeDelay);
+
+  DismissOnce once;
+  EXPECT_TRUE(once.dismiss());
+  EXPECT_FALSE(once.dismiss());
+  EXPECT_TRUE(once.isDismissed());
+}
+
 TEST(ControlSymbols, StateToSymbol) {
   EXPECT_EQ(muteSymbol(true), "speaker.slash.circle.fill");
   EXPECT_EQ(muteSymbol(false), "speaker.circle.fill");

@@ -15,6 +15,7 @@
 #include "tavik/core/tavik.h"
 #include "tavik/views/banner_ad_view.h"
 #include "tavik/views/carousel_ad_view.h"
+#include "tavik/views/overlay_ad_view.h"
 
 namespace tavik::quick {
 
@@ -25,6 +26,9 @@ class Views {
   std::unique_ptr<BannerAdViewProtocol> bannerAdView() const;
   std::unique_ptr<CarouselAdViewProtocol> carouselAdView() const;
   std::unique_ptr<MultiAdCarouselViewProtocol> multiAdCarouselView() const;
+  /// Each with its own `CustomWindow`.
+  std::unique_ptr<InterstitialAdViewProtocol> interstitialAdView() const;
+  std::unique_ptr<PIPAdViewProtocol> pipAdView() const;
 
  private:
   bool configured() const { return config_ && !config_->clientId.empty(); }

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <QPointF>
+#include <Qt>
+
+#include "tavik/ads/ad_models.h"
+#include "tavik/core/config.h"
+#include "tavik/views/custom_window.h"
+
+namespace tavik {
+
+/// How the host wants an interstitial shown.
+struct InterstitialAdSettings {
+  std::optional<float> width;  ///< of the ad inside the layer (as a banner's)
+  std::optional<float> height;
+  /// Where the centre of the ad block goes in the window; absent: by `alignment`.
+  std::optional<QPointF> position;
+  /// Where the ad block sits; absent: the centre.
+  std::optional<Qt::Alignment> alignment;
+  std::optional<std::string> adLabelText;
+  Qt::Alignment adLabelAlignment = Qt::AlignTop | Qt::AlignLeft;
+  std::function<void(const BannerAd&)> adAppear;
+  std::function<void(const BannerAd&)> adClicked;
+};
+
+class InterstitialAdViewProtocol {
+ public:
+  virtual ~InterstitialAdViewProtocol() = default;
+  /// Puts the ad over the key window (image and video templates only; others, or no
+  /// key window, show nothing). The manager takes it down itself. UI thread only.
+  virtual void showAd(const BannerAd& ad, const InterstitialAdSettings& adViewSettings) = 0;
+};
+
+/// Get one from `tavik::quick::views(sdk).interstitialAdView()`. Its `customWindow` is
+/// its own and serves every interstitial it shows.
+class InterstitialAdViewManager : public InterstitialAdViewProtocol {
+ public:
+  explicit InterstitialAdViewManager(Config config)
+      : config(std::move(config)), customWindow(std::make_unique<CustomWindow>()) {}
+  void showAd(const BannerAd& ad, const InterstitialAdSettings& adViewSettings) override;
+
+  Config config;
+  std::unique_ptr<CustomWindow> customWindow;
+};
+
+/// How the host wants a picture-in-picture video shown.
+struct PIPAdSettings {
+  std::optional<float> width;
+  std::optional<float> height;
+  /// Where the panel starts (clamped into the window); absent: the bottom-right corner.
+  std::optional<QPointF> position;
+  std::optional<std::string> adLabelText;
+  Qt::Alignment adLabelAlignment = Qt::AlignTop | Qt::AlignLeft;
+  std::function<void(const BannerAd&)> adAppear;
+  std::function<void(const BannerAd&)> adClicked;
+};
+
+class PIPAdViewProtocol {
+ public:
+  virtual ~PIPAdViewProtocol() = default;
+  /// Shows a video ad in a draggable panel over the key window (video templates only;
+  /// other ads are dropped silently). UI thread only.
+  virtual void showAd(const BannerAd& ad, const PIPAdSettings& adViewSettings) = 0;
+};
+
+/// Get one from `tavik::quick::views(sdk).pipAdView()`.
+class PIPAdViewManager : public PIPAdViewProtocol {
+ public:
+  explicit PIPAdViewManager(Config config)
+      : config(std::move(config)), customWindow(std::make_unique<CustomWindow>()) {}
+  void showAd(const BannerAd& ad, const PIPAdSettings& adViewSettings) override;
+
+  Config config;
+  std::unique_ptr<CustomWindow> customWindow;
+};
+
+}  // namespace tavik

@@ -1,0 +1,103 @@
+#include <QPointer>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+
+#include "tavik/views/overlay_ad_view.h"
+#include "tavik/views/views.h"
+#include "views/media_support.h"
+#include "views/overlay_items.h"
+#include "views/view_factory.h"
+
+namespace tavik {
+
+namespace {
+
+// The host's callbacks on a view's signals; they die with the view.
+template <class View>
+void connectCallbacks(View* view, const std::function<void(const BannerAd&)>& adAppear,
+                      const std::function<void(const BannerAd&)>& adClicked) {
+  auto forward = [](const std::function<void(const BannerAd&)>& callback) {
+    return [callback](const quick::QmlBannerAd& ad) {
+      if (ad.ad()) callback(*ad.ad());
+    };
+  };
+  if (adAppear) QObject::connect(view, &View::adAppear, view, forward(adAppear));
+  if (adClicked) QObject::connect(view, &View::adClicked, view, forward(adClicked));
+}
+
+}  // namespace
+
+void InterstitialAdViewManager::showAd(const BannerAd& ad, const InterstitialAdSettings& settings) {
+  if (!isImageCreative(ad.crt) && !isVideoCreative(ad.crt)) return;
+  QQuickWindow* window = CustomWindow::keyWindow();
+  if (!window) return;
+  CustomWindow* overlay = customWindow.get();
+  QPointer<QQuickItem> shown;
+  overlay->show(
+      [&](QQmlEngine* engine, QQuickItem* host) -> QQuickItem* {
+        return shown = quick::detail::createViewItem(
+                   QStringLiteral("InterstitialAdView"), engine, host, [&](QObject* object) {
+                     auto* view = qobject_cast<quick::InterstitialAdViewBase*>(object);
+                     if (!view) return;
+                     view->setConfig(quick::QmlConfig(config));
+                     view->setAd(quick::QmlBannerAd(ad));
+                     if (settings.position) view->setPosition(*settings.position);
+                     view->setAlignment(settings.alignment.value_or(Qt::AlignCenter));
+                     view->setProperty("adWidth", settings.width ? qreal(*settings.width) : -1.0);
+                     view->setProperty("adHeight",
+                                       settings.height ? qreal(*settings.height) : -1.0);
+                     view->setProperty("adLabelText",
+                                       QString::fromStdString(settings.adLabelText.value_or("")));
+                     view->setProperty("adLabelAlignment", int(settings.adLabelAlignment));
+                     QObject::connect(view, &quick::InterstitialAdViewBase::dismissRequested,
+                                      overlay, &CustomWindow::dismiss, Qt::QueuedConnection);
+                     connectCallbacks(view, settings.adAppear, settings.adClicked);
+                   });
+      },
+      window->width(), window->height(), false, std::nullopt);
+  // Keys go to the interstitial while it is up (Escape closes it once it may).
+  if (shown) shown->forceActiveFocus();
+}
+
+void PIPAdViewManager::showAd(const BannerAd& ad, const PIPAdSettings& settings) {
+  if (!isVideoCreative(ad.crt)) return;
+  const auto& limits = quick::screenLimits();
+  const double width =
+      std::min<double>(settings.width.value_or(float(ad.elements.width)), limits.maxAdWidth);
+  const double height =
+      std::min<double>(settings.height.value_or(float(ad.elements.height)), limits.maxAdHeight);
+  CustomWindow* overlay = customWindow.get();
+  overlay->show(
+      [&](QQmlEngine* engine, QQuickItem* host) -> QQuickItem* {
+        return quick::detail::createViewItem(
+            QStringLiteral("PIPAdView"), engine, host, [&](QObject* object) {
+              auto* view = qobject_cast<quick::PIPAdViewBase*>(object);
+              if (!view) return;
+              view->setConfig(quick::QmlConfig(config));
+              view->setAd(quick::QmlBannerAd(ad));
+              view->setCustomWindow(overlay);
+              view->setProperty("adLabelText",
+                                QString::fromStdString(settings.adLabelText.value_or("")));
+              view->setProperty("adLabelAlignment", int(settings.adLabelAlignment));
+              connectCallbacks(view, settings.adAppear, settings.adClicked);
+            });
+      },
+      width, height, true, settings.position);
+}
+
+}  // namespace tavik
+
+namespace tavik::quick {
+
+std::unique_ptr<InterstitialAdViewProtocol> Views::interstitialAdView() const {
+  if (!configured()) return nullptr;
+  return std::make_unique<InterstitialAdViewManager>(*config_);
+}
+
+std::unique_ptr<PIPAdViewProtocol> Views::pipAdView() const {
+  if (!configured()) return nullptr;
+  return std::make_unique<PIPAdViewManager>(*config_);
+}
+
+}  // namespace tavik::quick
