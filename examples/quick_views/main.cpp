@@ -4,7 +4,10 @@
 // the page by a manager's showAd.
 //
 //   quick_views                    opens the window
-//   quick_views --screenshot F     saves the window as F once both ads are drawn
+//   quick_views --screenshot F     saves the window as F once the ads are drawn
+//   quick_views --screenshot F --show interstitial|pip
+//                                  the same with an interstitial or a picture-in-picture
+//                                  video over the page
 //   quick_views --tour             appear, scroll away and back, two taps, a mute
 //                                    toggle; then prints the sandbox's event log
 #include <QGuiApplication>
@@ -136,6 +139,35 @@ int main(int argc, char** argv) {
         };
         carousels->showAd(*ad, settings, slot);
       });
+
+  // Overlays: an interstitial or a picture-in-picture video over the whole page.
+  const int showAt = args.indexOf("--show");
+  const QString overlayKind = showAt > 0 && showAt + 1 < args.size() ? args[showAt + 1] : QString();
+  auto interstitials = quick::views(TAVIK::shared()).interstitialAdView();
+  auto pips = quick::views(TAVIK::shared()).pipAdView();
+  auto showOverlay = [&](const QString& kind) {
+    const bool pip = kind == "pip";
+    quick::continueOn(
+        &view,
+        TAVIK::shared().adRenderer()->fetchBannerAdsWithAu(
+            "shopper-42", pip ? "PRODUCT" : "PURCHASE", pip ? "au_pip" : "au_interstitial"),
+        [&, pip](const Future<std::optional<BannerAd>>& ready) {
+          auto ad = ready.get();
+          if (!ad) return;
+          if (pip) {
+            PIPAdSettings settings;
+            settings.width = 240;
+            settings.height = 135;
+            settings.adLabelText = "Ad";
+            pips->showAd(*ad, settings);
+          } else {
+            InterstitialAdSettings settings;
+            settings.adLabelText = "Sponsored";
+            interstitials->showAd(*ad, settings);
+          }
+        });
+  };
+  if (!overlayKind.isEmpty()) QTimer::singleShot(200, [&] { showOverlay(overlayKind); });
 
   if (!screenshot.isEmpty()) {
     // Both creatives need a moment: the image download and the first video frames.

@@ -161,6 +161,12 @@ TEST_F(PictureInPicture, StartsInTheCornerDragsClampedAndTogglesFullScreen) {
   manager->showAd(adWith("au_video_banner", {}, {}), settings);
   ASSERT_TRUE(overlay->host());
   EXPECT_EQ(overlay->windowFrame(), QRectF(84, 566, 300, 200));
+  // A drag with the pointer moves the panel when it ends, clamped into the window.
+  QPoint at(234, 666);
+  QTest::mousePress(&host.view, Qt::LeftButton, {}, at);
+  for (int i = 1; i <= 10; ++i) QTest::mouseMove(&host.view, at + QPoint(-10 * i, -30 * i));
+  QTest::mouseRelease(&host.view, Qt::LeftButton, {}, at + QPoint(-100, -300));
+  EXPECT_EQ(overlay->windowFrame(), QRectF(0, 266, 300, 200));  // 84 - 100 stops at the left edge
   overlay->handleDragEnded({-200, -1000});
   EXPECT_EQ(overlay->windowFrame(), QRectF(0, 0, 300, 200));
   overlay->handleDragEnded({1000, 1000});
