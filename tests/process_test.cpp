@@ -8,6 +8,11 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 TEST(Process, AChildMadeByForkGetsAWorkingSdkOfItsOwn) {
+#if defined(__SANITIZE_THREAD__)
+  // ThreadSanitizer keeps the parent's threads registered in a forked child and stops
+  // it when the child starts threads of its own ("dup thread with used id").
+  GTEST_SKIP() << "fork() without exec of a threaded process is not supported by TSan";
+#endif
   tavik::test::SandboxEnv env;
   EXPECT_EQ(tavik::test::runProgram({TAVIK_FORK_CHILD, env.host(), env.server().certPath()}, 60s),
             0);

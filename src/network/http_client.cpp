@@ -305,15 +305,22 @@ class HttpClient {
       thread_.detach();  // exit() called from a continuation: the loop ends on return
       return;
     }
+    // The loop's own work (abandoning what is left, closing connections) is waited for;
+    // the deadline only applies to a continuation that keeps the thread in host code.
     std::unique_lock lock(mutex_);
-    if (stopped_.wait_for(lock, deadline, [&] { return loopEnded_; })) {
-      lock.unlock();
-      thread_.join();
-    } else {
-      gaveUp_.store(true);
-      lock.unlock();
-      thread_.detach();
+    while (!loopEnded_) {
+      stopped_.wait_for(lock, std::chrono::milliseconds(10));
+      const auto since = hostCodeSince_.load();
+      if (!loopEnded_ && since != 0 &&
+          Clock::now().time_since_epoch().count() - since > deadline / Clock::duration(1)) {
+        gaveUp_.store(true);
+        lock.unlock();
+        thread_.detach();
+        return;
+      }
     }
+    lock.unlock();
+    thread_.join();
   }
 
   std::mutex& mutex() { return mutex_; }
@@ -327,6 +334,15 @@ class HttpClient {
     transfer.promise.set_exception(
         std::make_exception_ptr(TransportError(TransportError::Kind::queueFull, 0, message)));
     return transfer.promise.get_future();
+  }
+
+  // Completes a future on the I/O thread. Its continuations are host code: the only part
+  // of the loop that the exit deadline applies to.
+  template <class Complete>
+  void runHostCode(Complete&& complete) {
+    hostCodeSince_.store(Clock::now().time_since_epoch().count());
+    complete();
+    hostCodeSince_.store(0);
   }
 
   // Drops the counters of origins nothing waits for. Called with mutex_ held.
@@ -400,8 +416,9 @@ class HttpClient {
       if (kind == TransportError::Kind::cancelled) ++stats_.requestsCancelled;
       if (kind == TransportError::Kind::timeout) ++stats_.timedOutWhileWaiting;
     }
-    t->promise.set_exception(std::make_exception_ptr(
-        TransportError(kind, 0, "HTTP request to " + t->request.url + " failed: " + reason)));
+    const auto error = std::make_exception_ptr(
+        TransportError(kind, 0, "HTTP request to " + t->request.url + " failed: " + reason));
+    runHostCode([&] { t->promise.set_exception(error); });
   }
 
   // Hands a transfer to libcurl. On failure the transfer is completed with its error
@@ -570,7 +587,7 @@ class HttpClient {
           transfer->promise.set_value(std::move(response));
         });
       } else {
-        t->promise.set_value(std::move(response));
+        runHostCode([&] { t->promise.set_value(std::move(response)); });
       }
       return;
     }
@@ -584,9 +601,10 @@ class HttpClient {
       if (t->errorBuffer[0] != '\0') message += std::string(": ") + t->errorBuffer;
     }
     t->body.clear();
-    t->promise.set_exception(std::make_exception_ptr(
+    const auto error = std::make_exception_ptr(
         TransportError(transportErrorKind(code, t->request.url), static_cast<int>(code),
-                       "HTTP request to " + t->request.url + " failed: " + message)));
+                       "HTTP request to " + t->request.url + " failed: " + message));
+    runHostCode([&] { t->promise.set_exception(error); });
   }
 
   // Ends an active transfer before libcurl did: cancelled, or past its deadline.
@@ -606,8 +624,9 @@ class HttpClient {
     }
     t->body.clear();
     const int code = kind == TransportError::Kind::timeout ? CURLE_OPERATION_TIMEDOUT : 0;
-    t->promise.set_exception(std::make_exception_ptr(
-        TransportError(kind, code, "HTTP request to " + t->request.url + " failed: " + reason)));
+    const auto error = std::make_exception_ptr(
+        TransportError(kind, code, "HTTP request to " + t->request.url + " failed: " + reason));
+    runHostCode([&] { t->promise.set_exception(error); });
     release(t->origin);
   }
 
@@ -727,6 +746,8 @@ class HttpClient {
   bool stopping_ = false;
   bool loopEnded_ = false;
   std::atomic<bool> gaveUp_{false};
+  // When the I/O thread entered host code (Clock ticks), 0 while it runs its own.
+  std::atomic<Clock::rep> hostCodeSince_{0};
   bool limitsChanged_ = false;
   std::shared_ptr<const EffectiveSettings> settings_;
   std::deque<std::shared_ptr<Transfer>> queue_;
