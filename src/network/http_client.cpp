@@ -204,6 +204,7 @@ class HttpClient {
     transfer->origin = originOf(transfer->request.url);
     Future<HttpResponse> future = transfer->promise.get_future();
     std::size_t refusedAt = 0;
+    bool accepted = false;
     {
       std::lock_guard lock(mutex_);
       if (stopping_) {
@@ -224,11 +225,13 @@ class HttpClient {
         stats_.peakWaiting = std::max<std::uint64_t>(stats_.peakWaiting, already + 1);
         transfer->waiting = waiting;
         queue_.push_back(transfer);
+        accepted = true;
         ++stats_.requestsStarted;
         if (waitingByOrigin_.size() > kOriginSweepSize) sweepOrigins();
       }
     }
-    if (transfer->waiting == nullptr) return refuse(*transfer, refusedAt);
+    // From here on the transfer belongs to the I/O thread.
+    if (!accepted) return refuse(*transfer, refusedAt);
     future.onCancel([this, weak = std::weak_ptr<Transfer>(transfer)] { requestCancel(weak); });
     curl_multi_wakeup(multi_);
     return future;
