@@ -205,9 +205,11 @@ Item {
         }
 
         function test_self_fetching_banner_reports_a_missing_unit_once() {
-            const banner = createTemporaryObject(selfFetching, host, {adUnit: "au_does_not_exist"});
+            const banner = createTemporaryObject(selfFetching, host);
+            compare(banner.status, BannerAdRequest.Idle);  // no ad unit: nothing asked
             const spy = createTemporaryQmlObject("import QtTest; SignalSpy { signalName: 'error' }", host);
             spy.target = banner;
+            banner.adUnit = "au_does_not_exist";
             tryCompare(banner, "status", BannerAdRequest.Error, 5000);
             wait(200);
             compare(spy.count, 1);
