@@ -11,11 +11,15 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <fstream>
+#include <future>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "tavik/ads/ad_renderer.h"
 #include "tavik/events/register_event.h"
@@ -277,6 +281,73 @@ RawMulti::Result RawMulti::drive() {
     if (running > 0) curl_multi_poll(multi_, nullptr, 0, 1000, nullptr);
   }
   return result;
+}
+
+struct IoThread::Impl {
+  struct Job {
+    CURL* easy = nullptr;
+    std::promise<bool> done;
+  };
+
+  Impl() : multi(curl_multi_init()), thread([this] { run(); }) {}
+
+  void run() {
+    std::deque<std::unique_ptr<Job>> active;
+    while (true) {
+      {
+        std::lock_guard lock(mutex);
+        if (stopping) return;
+        for (auto& job : queue) {
+          curl_easy_setopt(job->easy, CURLOPT_PRIVATE, job.get());
+          curl_multi_add_handle(multi, job->easy);
+          active.push_back(std::move(job));
+        }
+        queue.clear();
+      }
+      int running = 0;
+      curl_multi_perform(multi, &running);
+      int pending = 0;
+      while (CURLMsg* message = curl_multi_info_read(multi, &pending)) {
+        if (message->msg != CURLMSG_DONE) continue;
+        Job* job = nullptr;
+        curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &job);
+        curl_multi_remove_handle(multi, job->easy);
+        job->done.set_value(message->data.result == CURLE_OK);
+        std::erase_if(active, [job](const auto& owned) { return owned.get() == job; });
+      }
+      curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
+    }
+  }
+
+  CURLM* multi;
+  std::mutex mutex;
+  bool stopping = false;
+  std::deque<std::unique_ptr<Job>> queue;
+  std::thread thread;
+};
+
+IoThread::IoThread() : impl_(std::make_unique<Impl>()) {}
+
+IoThread::~IoThread() {
+  {
+    std::lock_guard lock(impl_->mutex);
+    impl_->stopping = true;
+  }
+  curl_multi_wakeup(impl_->multi);
+  impl_->thread.join();
+  curl_multi_cleanup(impl_->multi);
+}
+
+bool IoThread::perform(CURL* easy) {
+  auto job = std::make_unique<Impl::Job>();
+  job->easy = easy;
+  auto done = job->done.get_future();
+  {
+    std::lock_guard lock(impl_->mutex);
+    impl_->queue.push_back(std::move(job));
+  }
+  curl_multi_wakeup(impl_->multi);
+  return done.get();
 }
 
 RawMulti::Result RawMulti::burstCapped(std::size_t count, std::size_t maxInMulti) {

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -103,6 +104,23 @@ class RawMulti {
   Result drive();
   CURLM* multi_ = nullptr;
   std::function<void(CURL*)> configure_;
+};
+
+/// A multi handle driven by its own thread; requests are handed over through a queue and
+/// a wake-up, and completed through a promise: the least a client pays that shares one
+/// multi handle between threads and never blocks inside it.
+class IoThread {
+ public:
+  IoThread();
+  ~IoThread();
+  IoThread(const IoThread&) = delete;
+  IoThread& operator=(const IoThread&) = delete;
+  /// Runs `easy` on the I/O thread and waits for it; true when it ended with CURLE_OK.
+  bool perform(CURL* easy);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
 };
 
 // ---- process figures ------------------------------------------------------------------
