@@ -205,6 +205,7 @@ class HttpClient {
     Future<HttpResponse> future = transfer->promise.get_future();
     std::size_t refusedAt = 0;
     bool accepted = false;
+    bool wake = false;
     {
       std::lock_guard lock(mutex_);
       if (stopping_) {
@@ -224,6 +225,9 @@ class HttpClient {
         waiting->fetch_add(1, std::memory_order_relaxed);
         stats_.peakWaiting = std::max<std::uint64_t>(stats_.peakWaiting, already + 1);
         transfer->waiting = waiting;
+        // Only the first request of a batch wakes the I/O thread: while the queue holds
+        // anything, a wake-up is already on its way or the thread has yet to look at it.
+        wake = queue_.empty();
         queue_.push_back(transfer);
         accepted = true;
         ++stats_.requestsStarted;
@@ -233,7 +237,7 @@ class HttpClient {
     // From here on the transfer belongs to the I/O thread.
     if (!accepted) return refuse(*transfer, refusedAt);
     future.onCancel([this, weak = std::weak_ptr<Transfer>(transfer)] { requestCancel(weak); });
-    curl_multi_wakeup(multi_);
+    if (wake) curl_multi_wakeup(multi_);
     return future;
   }
 
