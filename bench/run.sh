@@ -244,9 +244,9 @@ if parts:
     if "burst_feeding_10000" in p:
         b = p["burst_feeding_10000"]
         print("  10,000-GET burst on one multi handle (CPU per event, throughput):")
-        for key, label in (("all_ca_file", "all added at once, CA file (the raw baseline)"),
+        for key, label in (("all_ca_file", "all added at once, CA file (naive footnote)"),
                            ("all_ca_blob", "all added at once, CA blob"),
-                           ("capped_ca_file", f"at most {int(b['cap'])} in the multi at once, CA file")):
+                           ("capped_ca_file", f"at most {int(b['cap'])} in the multi at once, CA file (baseline)")):
             print(f"    {label:<48} {fmt(b[key + '_cpu_us_per_event']):>7} us  {fmt(b[key + '_events_per_s'], 0):>7}/s")
     if "new_connection" in p:
         c = p["new_connection"]
