@@ -47,6 +47,8 @@ run_suite() {
 trap 'echo "tavik: $passed passed, $failed failed"' EXIT
 
 run_suite build
+# A separate project builds and runs against a fresh install (find_package, import Tavik).
+if tests/consumers/run.sh build; then passed=$((passed + 1)); else failed=$((failed + 1)); fi
 if [ $asan -eq 1 ]; then
   # The sanitizer runs cover tavik::core; the Qt views join them with their own
   # suppression file (Qt and Mesa keep process-lifetime allocations).
@@ -61,3 +63,4 @@ if [ $fuzz -eq 1 ] && [ -x fuzz/run.sh ]; then
   echo "== fuzz"
   fuzz/run.sh "${TAVIK_FUZZ_SECONDS:-10}"
 fi
+[ "$failed" -eq 0 ]
