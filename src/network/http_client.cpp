@@ -24,6 +24,7 @@
 #include <unordered_map>
 
 #include "core/exit_deadline.h"
+#include "network/request_observers.h"
 #include "tavik/core/error.h"
 #include "tavik/core/log.h"
 #include "tavik/network/transport.h"
@@ -235,7 +236,7 @@ class HttpClient {
       }
     }
     // From here on the transfer belongs to the I/O thread.
-    if (!accepted) return refuse(*transfer, refusedAt);
+    if (!accepted) return refuse(transfer, refusedAt);
     future.onCancel([this, weak = std::weak_ptr<Transfer>(transfer)] { requestCancel(weak); });
     if (wake) curl_multi_wakeup(multi_);
     return future;
@@ -333,14 +334,34 @@ class HttpClient {
   std::mutex& mutex() { return mutex_; }
 
  private:
-  Future<HttpResponse> refuse(Transfer& transfer, std::size_t waiting) {
-    const std::string message =
-        "HTTP request to " + transfer.request.url + " refused: " + std::to_string(waiting) +
-        " requests already wait for " + transfer.origin + " (transport maxQueuedPerOrigin)";
-    if (transfer.request.debug) detail::debugLine(message);
-    transfer.promise.set_exception(
+  Future<HttpResponse> refuse(const std::shared_ptr<Transfer>& transfer, std::size_t waiting) {
+    const auto refusedAt = Clock::now();
+    std::string reason = std::to_string(waiting) + " requests already wait for " +
+                         transfer->origin + " (transport maxQueuedPerOrigin)";
+    const std::string message = "HTTP request to " + transfer->request.url + " refused: " + reason;
+    if (transfer->request.debug) detail::debugLine(message);
+    transfer->promise.set_exception(
         std::make_exception_ptr(TransportError(TransportError::Kind::queueFull, 0, message)));
-    return transfer.promise.get_future();
+    // Observers run on the I/O thread only, never on the caller's (maybe a UI) thread.
+    if (requestObserversInstalled()) {
+      bool wake = false;
+      {
+        std::lock_guard lock(mutex_);
+        if (!stopping_) {
+          wake = queue_.empty() && refusals_.empty();
+          refusals_.push_back(Refusal{transfer, refusedAt, std::move(reason)});
+        }
+      }
+      if (wake) curl_multi_wakeup(multi_);
+    }
+    return transfer->promise.get_future();
+  }
+
+  // Shows a request that ended to the request observers (host code). Callers check
+  // requestObserversInstalled() first, so nothing is built while nobody listens.
+  void observe(const Transfer& t, const RequestOutcome& outcome,
+               Clock::time_point ended = Clock::now()) {
+    runHostCode([&] { reportRequest(t.request, t.called, ended, outcome); });
   }
 
   // Completes a future on the I/O thread. Its continuations are host code: the only part
@@ -422,6 +443,9 @@ class HttpClient {
       ++stats_.requestsFinished;
       if (kind == TransportError::Kind::cancelled) ++stats_.requestsCancelled;
       if (kind == TransportError::Kind::timeout) ++stats_.timedOutWhileWaiting;
+    }
+    if (requestObserversInstalled()) {
+      observe(*t, RequestOutcome::failure(kind, reason));
     }
     const auto error = std::make_exception_ptr(
         TransportError(kind, 0, "HTTP request to " + t->request.url + " failed: " + reason));
@@ -586,6 +610,9 @@ class HttpClient {
       stats_.connectionsOpened += static_cast<std::uint64_t>(connects);
     }
     if (code == CURLE_OK) {
+      if (requestObserversInstalled()) {
+        observe(*t, RequestOutcome::answer(status, t->body.size()));
+      }
       HttpResponse response{status, std::move(t->body)};
       if (response.body.size() > kInlineCompletionBytes) {
         // Parsing and decoding a large answer takes milliseconds, which every other
@@ -608,9 +635,12 @@ class HttpClient {
       if (t->errorBuffer[0] != '\0') message += std::string(": ") + t->errorBuffer;
     }
     t->body.clear();
-    const auto error = std::make_exception_ptr(
-        TransportError(transportErrorKind(code, t->request.url), static_cast<int>(code),
-                       "HTTP request to " + t->request.url + " failed: " + message));
+    const auto kind = transportErrorKind(code, t->request.url);
+    if (requestObserversInstalled()) {
+      observe(*t, RequestOutcome::failure(kind, message, status));
+    }
+    const auto error = std::make_exception_ptr(TransportError(
+        kind, static_cast<int>(code), "HTTP request to " + t->request.url + " failed: " + message));
     runHostCode([&] { t->promise.set_exception(error); });
   }
 
@@ -630,6 +660,9 @@ class HttpClient {
       if (kind == TransportError::Kind::cancelled) ++stats_.requestsCancelled;
     }
     t->body.clear();
+    if (requestObserversInstalled()) {
+      observe(*t, RequestOutcome::failure(kind, reason, status));
+    }
     const int code = kind == TransportError::Kind::timeout ? CURLE_OPERATION_TIMEDOUT : 0;
     const auto error = std::make_exception_ptr(
         TransportError(kind, code, "HTTP request to " + t->request.url + " failed: " + reason));
@@ -683,11 +716,13 @@ class HttpClient {
     while (true) {
       std::deque<std::shared_ptr<Transfer>> incoming;
       std::vector<std::weak_ptr<Transfer>> cancels;
+      std::vector<Refusal> refusals;
       {
         std::lock_guard lock(mutex_);
         if (stopping_) break;
         incoming.swap(queue_);
         cancels.swap(cancels_);
+        refusals.swap(refusals_);
         if (limitsChanged_) {
           applyMultiLimits(settings_->settings);
           limitsChanged_ = false;
@@ -696,6 +731,13 @@ class HttpClient {
       for (auto& transfer : incoming) admit(transfer);
       for (auto& weak : cancels) {
         if (auto transfer = weak.lock()) cancel(transfer);
+        if (gaveUp_.load()) return;
+      }
+      for (const auto& refusal : refusals) {
+        if (!requestObserversInstalled()) break;
+        observe(*refusal.transfer,
+                RequestOutcome::failure(TransportError::Kind::queueFull, refusal.reason),
+                refusal.at);
         if (gaveUp_.load()) return;
       }
 
@@ -735,6 +777,7 @@ class HttpClient {
     {
       std::lock_guard lock(mutex_);
       queued.swap(queue_);
+      refusals_.clear();  // no host code runs any more, observers included
     }
     for (auto& t : queued) t->promise.abandon();
     for (const auto& file : bundleFiles_) ::unlink(file.c_str());
@@ -759,6 +802,13 @@ class HttpClient {
   std::shared_ptr<const EffectiveSettings> settings_;
   std::deque<std::shared_ptr<Transfer>> queue_;
   std::vector<std::weak_ptr<Transfer>> cancels_;
+  // Requests refused at the call, waiting to be shown to the request observers.
+  struct Refusal {
+    std::shared_ptr<Transfer> transfer;
+    Clock::time_point at;
+    std::string reason;
+  };
+  std::vector<Refusal> refusals_;
   std::unordered_map<std::string, std::shared_ptr<WaitingCount>> waitingByOrigin_;
   transport::Stats stats_;
   std::map<std::string, std::string> loadedBundles_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -9,6 +10,10 @@
 #include "tavik/core/future.h"
 
 namespace tavik::detail {
+
+/// What made a request: the web service (ad and event calls), or a direct caller of the
+/// transport (the views' creative downloads). Request observers name the service by it.
+enum class RequestSource : std::uint8_t { direct, webService };
 
 struct HttpRequest {
   std::string url;
@@ -21,6 +26,7 @@ struct HttpRequest {
   std::size_t maxBodyBytes = 0;
   /// Writes a debug line when the request is refused (the web service's `debug`).
   bool debug = false;
+  RequestSource source = RequestSource::direct;
 };
 
 struct HttpResponse {

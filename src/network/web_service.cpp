@@ -206,6 +206,7 @@ Future<detail::HttpResponse> exchange(const WebService& service, const Url& url,
   http.url = finalUrl.string();
   http.method = std::string(methodName);
   http.debug = service.debug();
+  http.source = detail::RequestSource::webService;
   http.headers.assign(headers.begin(), headers.end());
   if (method == HTTPMethod::post || method == HTTPMethod::put) {
     http.headers.emplace_back("Content-Type", "application/json");
