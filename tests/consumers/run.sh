@@ -39,4 +39,12 @@ for consumer in "${consumers[@]}"; do
     "$work/core/core_consumer" "$host" "$work/ca.pem" || status=1
   fi
 done
+echo "== consumer: add_subdirectory (configure only)"
+cmake -S "$here/subdirectory" -B "$work/subdirectory" -G Ninja \
+  -DTAVIK_SOURCE_DIR="$here/../.." >"$work/subdirectory.configure.log" ||
+  { cat "$work/subdirectory.configure.log"; status=1; }
+if grep -qE '^CMAKE_BUILD_TYPE:STRING=.+' "$work/subdirectory/CMakeCache.txt"; then
+  echo "the SDK wrote a build type into the host's cache"
+  status=1
+fi
 exit $status
