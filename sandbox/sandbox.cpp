@@ -218,7 +218,7 @@ struct Sandbox::Impl {
     const bool readOnly = request.method == "GET" || request.method == "HEAD";
     const bool known = path == "/sda" || path == "/sda/v1" || path == "/v2/bsda" ||
                        path == "/v2/bsda/pt" || path == "/events" || path == "/aclick" ||
-                       path.rfind("/media/", 0) == 0;
+                       path == "/shop/products" || path.rfind("/media/", 0) == 0;
     if (!known) return answerError(res, 404, "not found", path);
     if (!readOnly) return answerError(res, 405, "method not allowed", path);
 
@@ -227,6 +227,9 @@ struct Sandbox::Impl {
     }
     if (path == "/v2/bsda" || path == "/v2/bsda/pt") {
       return answerJson(res, 200, detail::displayAdsAnswer(catalogue, request, path != "/v2/bsda"));
+    }
+    if (path == "/shop/products") {
+      return answerJson(res, 200, detail::shopProductsAnswer(catalogue, request));
     }
     if (path == "/events" || path == "/aclick") {
       const json entry = events.append(request);

@@ -87,6 +87,8 @@ nlohmann::json productAdsAnswer(const nlohmann::json& catalogue, const RecordedR
 /// The ads document of /v2/bsda (ad units from "au[]") or /v2/bsda/pt (`byPageType`).
 nlohmann::json displayAdsAnswer(const nlohmann::json& catalogue, const RecordedRequest& request,
                                 bool byPageType);
+/// The answer of GET /shop/products, the shop's own product search (shop.cpp).
+nlohmann::json shopProductsAnswer(const nlohmann::json& catalogue, const RecordedRequest& request);
 
 // ---- event log (events.cpp)
 

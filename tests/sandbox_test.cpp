@@ -307,6 +307,36 @@ TEST_F(SandboxTest, AdminEndpointsScriptInspectAndResetWithoutBeingRecorded) {
   EXPECT_EQ(client.send("/__sandbox/requests", "POST").status, 405);
 }
 
+TEST_F(SandboxTest, ShopProductSearchMatchesTextBrandsAndPriceRangeAndLogsNoEvent) {
+  Client client(sandbox);
+  const auto skus = [&](const std::string& target) {
+    const json answer = client.getJson(target);
+    std::vector<std::string> found;
+    for (const auto& product : answer["products"]) {
+      found.push_back(product["sku_id"].get<std::string>());
+    }
+    return found;
+  };
+  using List = std::vector<std::string>;
+  // Name, brand or category, case-insensitively; catalogue order.
+  EXPECT_EQ(skus("/shop/products?q=RUNNING"), (List{"SKU-1001", "SKU-1005"}));
+  EXPECT_EQ(skus("/shop/products?q=stormline"), (List{"SKU-1004", "SKU-1006"}));
+  EXPECT_EQ(skus("/shop/products").size(), sandbox.catalogue()["products"].size());
+  // Any of the brands; both price bounds inclusive.
+  EXPECT_EQ(skus("/shop/products?q=outdoor&brand=Northpeak&brand=aquora&max_price=24.5"),
+            (List{"SKU-1002", "SKU-1003"}));
+  EXPECT_EQ(skus("/shop/products?min_price=59&max_price=129"),
+            (List{"SKU-1001", "SKU-1004", "SKU-1006"}));
+  // A price that is not a number bounds nothing.
+  EXPECT_EQ(skus("/shop/products?q=daypack&max_price=cheap"), (List{"SKU-1006"}));
+  EXPECT_TRUE(skus("/shop/products?q=nothing-like-this").empty());
+  // The images point back at the sandbox; it is not an ad service, so no event is logged.
+  const json all = client.getJson("/shop/products");
+  EXPECT_EQ(all["products"][0]["image_url"].get<std::string>().rfind(sandbox.baseUrl(), 0), 0u);
+  EXPECT_EQ(client.send("/shop/products", "POST").status, 405);
+  EXPECT_TRUE(sandbox.eventLog().empty());
+}
+
 TEST_F(SandboxTest, ServesEmbeddedMedia) {
   Client client(sandbox);
   const Reply png = client.send("/media/card_2.png");

@@ -142,6 +142,7 @@ bool endsWith(std::string_view text, std::string_view tail) {
 }
 
 std::string decoded(std::string_view text) {
+  if (text.empty()) return {};  // libcurl would read a length of 0 as "up to the NUL"
   int length = 0;
   char* raw = curl_easy_unescape(nullptr, text.data(), static_cast<int>(text.size()), &length);
   if (!raw) return std::string(text);

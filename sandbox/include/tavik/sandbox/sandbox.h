@@ -12,6 +12,9 @@
 //   GET /v2/bsda/pt            display ads for the ad units of page type "pt"
 //   GET /events, /aclick       tracking events; appended to the event log
 //   GET /media/<file>          images and video referenced by the catalogue (not JSON)
+//   GET /shop/products         the shop's own product search ("q", "brand", "min_price",
+//                              "max_price"), not an ad service: the sample shop's
+//                              ordinary results and product pages
 //   GET  /__sandbox/requests   the request record     (admin, never recorded)
 //   GET  /__sandbox/events     the event log          (admin)
 //   POST /__sandbox/reset      clears record, event log and scripts (admin)
