@@ -16,6 +16,7 @@
 #include "tavik/events/event_vocabulary.h"
 #include "tavik/events/register_event.h"
 #include "tavik/events/tracking_params.h"
+#include "tavik/network/request_observer.h"
 #include "tavik/network/transport.h"
 #include "tavik/network/web_service.h"
 #include "tavik/version.h"
