@@ -54,6 +54,8 @@ using RequestObserverFn = std::function<void(const ObservedRequest&)>;
 /// `reset()` removes the observer. Once removal has returned the observer is never
 /// called again: removal waits for a call in progress on the transport thread, except
 /// when it happens inside that very call (an observer may remove itself or another one).
+/// Installing and removing observers is thread-safe; one handle, like any object, is
+/// used by one thread at a time.
 class RequestObservation {
  public:
   /// Observes nothing.
