@@ -85,10 +85,11 @@ render_video() {
   for ((i = 0; i < video_frames; i++)); do
     local s  # seconds into the spot
     s=$(awk -v i="$i" -v f="$video_fps" 'BEGIN { printf "%.4f", i / f }')
-    # 0.0-1.0 s: the jacket slides in from the right, the headline fades up.
+    # 0.0-1.0 s: the jacket slides in from the right, the headline firms up (it is already
+    # faintly there on the first frame, which players show before they start).
     local e_in e_head e_offer e_price e_cta e_zoom
     e_in=$(ease "$(awk -v s="$s" 'BEGIN { print s / 0.7 }')")
-    e_head=$(ease "$(awk -v s="$s" 'BEGIN { print (s - 0.25) / 0.5 }')")
+    e_head=$(ease "$(awk -v s="$s" 'BEGIN { print (s - 0.1) / 0.5 }')")
     # 1.0-2.0 s: the offer badge pops, the price slides in under the headline.
     e_offer=$(awk -v s="$s" 'BEGIN { t = (s - 1.0) / 0.35; if (t < 0) t = 0; if (t > 1) t = 1;
       # back-out: overshoots a little, then settles
@@ -103,8 +104,8 @@ render_video() {
     rain_y=$(((i * 12) % 36))
     sed -e "s/@JACKET_X@/$(mix 320 228 "$e_in")/g" \
       -e "s/@JACKET_SCALE@/$(mix 1.0 1.04 "$e_zoom")/g" \
-      -e "s/@HEAD_OPACITY@/$e_head/g" \
-      -e "s/@HEAD_Y@/$(mix 12 0 "$e_head")/g" \
+      -e "s/@HEAD_OPACITY@/$(mix 0.35 1 "$e_head")/g" \
+      -e "s/@HEAD_Y@/$(mix 8 0 "$e_head")/g" \
       -e "s/@OFFER_SCALE@/$e_offer/g" \
       -e "s/@PRICE_OPACITY@/$e_price/g" \
       -e "s/@PRICE_X@/$(mix -16 0 "$e_price")/g" \
