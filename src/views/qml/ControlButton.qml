@@ -36,7 +36,10 @@ Item {
         }
     }
 
+    // Exclusive from the press on: a tap on a control is not also a tap on the ad
+    // beneath it (the picture-in-picture view's own TapHandler reports a click).
     TapHandler {
+        gesturePolicy: TapHandler.ReleaseWithinBounds
         onTapped: root.clicked()
     }
 }
