@@ -1,0 +1,123 @@
+import QtQuick
+import TavikShop
+
+// Tavik Outfitters: header, pages, tab bar, the event inspector and a toast. The pages
+// are kept alive and shown one at a time, so their ads keep their state.
+Window {
+    id: app
+
+    required property Shop shop
+    required property RequestLogModel inspector
+    property string page: "home"
+    property string returnPage: "home"
+    property bool inspectorOpen: false
+
+    function go(name) {
+        if (name === page)
+            return;
+        if (name === "product")
+            returnPage = page;
+        page = name;
+    }
+
+    // The product page opens when the shop has the product (onProductChanged).
+    function openProduct(listing) {
+        shop.openListing(listing);
+    }
+
+    width: 420
+    height: 860
+    minimumWidth: 360
+    minimumHeight: 600
+    visible: true
+    color: Theme.page
+    title: "Tavik Outfitters"
+
+    Connections {
+        target: app.shop
+        function onNotice(text) {
+            toast.show(text);
+        }
+        function onProductChanged() {
+            app.go("product");
+        }
+    }
+
+    ShopHeader {
+        id: header
+        anchors.left: parent.left
+        anchors.right: parent.right
+        shop: app.shop
+        inspectorOpen: app.inspectorOpen
+        onSearchRequested: app.go("search")
+        onCartRequested: app.go("cart")
+        onInspectorToggled: app.inspectorOpen = !app.inspectorOpen
+    }
+
+    Item {
+        id: pages
+        anchors.top: header.bottom
+        anchors.bottom: tabs.top
+        anchors.left: parent.left
+        anchors.right: parent.right
+        clip: true
+
+        HomePage {
+            objectName: "homePage"
+            anchors.fill: parent
+            visible: app.page === "home"
+            shop: app.shop
+            onProductOpened: listing => app.openProduct(listing)
+        }
+        SearchPage {
+            objectName: "searchPage"
+            anchors.fill: parent
+            visible: app.page === "search"
+            shop: app.shop
+            onProductOpened: listing => app.openProduct(listing)
+        }
+        ProductPage {
+            objectName: "productPage"
+            anchors.fill: parent
+            visible: app.page === "product"
+            shop: app.shop
+            onBack: app.go(app.returnPage)
+            onProductOpened: listing => app.openProduct(listing)
+        }
+        CartPage {
+            objectName: "cartPage"
+            anchors.fill: parent
+            visible: app.page === "cart"
+            shop: app.shop
+            onBrowse: app.go("home")
+        }
+    }
+
+    TabBar {
+        id: tabs
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.bottom: parent.bottom
+        current: app.page === "product" ? app.returnPage : app.page
+        cartCount: app.shop.cartCount
+        onSelected: name => app.go(name)
+    }
+
+    InspectorPanel {
+        objectName: "inspectorPanel"
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.bottom: tabs.top
+        height: Math.round(parent.height * 0.5)
+        visible: app.inspectorOpen
+        model: app.inspector
+        onClosed: app.inspectorOpen = false
+    }
+
+    Toast {
+        id: toast
+        anchors.horizontalCenter: parent.horizontalCenter
+        anchors.bottom: tabs.top
+        anchors.bottomMargin: 16
+    }
+}
