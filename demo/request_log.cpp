@@ -10,6 +10,18 @@ QString RequestEntry::outcome() const {
   return status == 0 ? QStringLiteral("no answer") : QString::number(status);
 }
 
+QString RequestEntry::subject() const {
+  if (path == QLatin1String("/aclick")) return QStringLiteral("click");
+  QStringList units;
+  QString pageType;
+  for (const auto& [name, value] : query) {
+    if (name == QLatin1String("event_name")) return value;
+    if (name == QLatin1String("au[]")) units.append(value);
+    if (name == QLatin1String("page_type") || name == QLatin1String("pt")) pageType = value;
+  }
+  return units.isEmpty() ? pageType : units.join(QStringLiteral(", "));
+}
+
 QString RequestEntry::queryText() const {
   QStringList items;
   for (const auto& [name, value] : query) items.append(name + '=' + value);
@@ -135,6 +147,8 @@ QVariant RequestLogModel::data(const QModelIndex& index, int role) const {
       return entry.ok();
     case ElapsedRole:
       return entry.elapsedMs;
+    case SubjectRole:
+      return entry.subject();
     default:
       return {};
   }
@@ -143,7 +157,7 @@ QVariant RequestLogModel::data(const QModelIndex& index, int role) const {
 QHash<int, QByteArray> RequestLogModel::roleNames() const {
   return {{TimeRole, "time"}, {ServiceRole, "service"}, {MethodRole, "method"},
           {PathRole, "path"}, {QueryRole, "query"},     {OutcomeRole, "outcome"},
-          {OkRole, "ok"},     {ElapsedRole, "elapsed"}};
+          {OkRole, "ok"},     {ElapsedRole, "elapsed"}, {SubjectRole, "subject"}};
 }
 
 }  // namespace tavik::shop

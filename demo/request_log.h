@@ -37,6 +37,9 @@ struct RequestEntry {
   bool ok() const { return error.isEmpty() && status >= 200 && status < 300; }
   /// "200", "404" or the error ("timeout: ...").
   QString outcome() const;
+  /// What the request is about, in a word or two: the event's name ("click" for the
+  /// click path), the ad units asked for, or the page type; empty otherwise.
+  QString subject() const;
   /// The query items as "name=value" joined by two spaces.
   QString queryText() const;
   /// One line of the printed log: time, kind, method, path, query, outcome.
@@ -62,6 +65,7 @@ class RequestLogModel : public QAbstractListModel {
     OutcomeRole,
     OkRole,
     ElapsedRole,
+    SubjectRole,
   };
 
   explicit RequestLogModel(std::size_t capacity = 1000, QObject* parent = nullptr);

@@ -85,6 +85,23 @@ Shop::Shop(QString shopperId, QString catalogueBase, QString caPath, QObject* pa
   QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
   tls.addCaCertificates(QSslCertificate::fromPath(caPath));
   QSslConfiguration::setDefaultConfiguration(tls);
+
+  messageTimer_.setSingleShot(true);
+  messageTimer_.setInterval(2500);
+  connect(&messageTimer_, &QTimer::timeout, this, &Shop::dismissMessage);
+}
+
+void Shop::say(const QString& text) {
+  message_ = text;
+  emit messageChanged();
+  messageTimer_.start();
+}
+
+void Shop::dismissMessage() {
+  messageTimer_.stop();
+  if (message_.isEmpty()) return;
+  message_.clear();
+  emit messageChanged();
 }
 
 Shop::~Shop() = default;
@@ -357,7 +374,7 @@ void Shop::openDestination(const QString& url) {
     const QString sku = url.mid(at + marker.size()).toUpper();
     if (!findProduct(sku).isEmpty()) return openProduct(sku);
   }
-  emit notice(tr("Opening %1").arg(url.isEmpty() ? tr("the offer") : url));
+  say(tr("Opening %1").arg(url.isEmpty() ? tr("the offer") : url));
 }
 
 void Shop::addToCart(const QString& sku) {
@@ -371,7 +388,7 @@ void Shop::addToCart(const QString& sku) {
   emit cartChanged();
   TAVIK::shared().registerEvent()->registerAdd2CartEvent(
       shopperId_.toStdString(), sku.toStdString(), found.value("price").toFloat());
-  emit notice(tr("%1 added to your cart").arg(found.value("name").toString()));
+  say(tr("%1 added to your cart").arg(found.value("name").toString()));
 }
 
 void Shop::removeFromCart(const QString& sku) {

@@ -13,6 +13,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QTimer>
 #include <QVariant>
 #include <memory>
 #include <set>
@@ -50,6 +51,8 @@ class Shop : public QObject {
   Q_PROPERTY(int cartCount READ cartCount NOTIFY cartChanged)
   Q_PROPERTY(double cartTotal READ cartTotal NOTIFY cartChanged)
   Q_PROPERTY(QString lastOrder READ lastOrder NOTIFY orderPlaced)
+  /// A short message for the shopper (a toast), cleared after a moment; empty for none.
+  Q_PROPERTY(QString message READ message NOTIFY messageChanged)
 
  public:
   /// `catalogueBase` is the shop's own server ("https://127.0.0.1:PORT"), trusted through
@@ -69,6 +72,7 @@ class Shop : public QObject {
   int cartCount() const;
   double cartTotal() const;
   QString lastOrder() const { return lastOrder_; }
+  QString message() const { return message_; }
 
   /// The product pictures as "image://shop/<sku>", for the engine (which owns it). The
   /// shop downloads them with the catalogue.
@@ -95,6 +99,7 @@ class Shop : public QObject {
   Q_INVOKABLE void checkout();
   /// A picture-in-picture video over the window.
   Q_INVOKABLE void showVideo();
+  Q_INVOKABLE void dismissMessage();
 
  signals:
   void catalogueChanged();
@@ -104,8 +109,7 @@ class Shop : public QObject {
   void homeAdsChanged();
   void cartChanged();
   void orderPlaced(const QString& orderId);
-  /// A short message for the shopper (a toast).
-  void notice(const QString& text);
+  void messageChanged();
 
  private:
   struct Line {
@@ -126,6 +130,7 @@ class Shop : public QObject {
   QVariantList listingsFrom(const QVariant& answer, const Filter& filter) const;
   void reportListingImpressions(const QVariantList& listings);
   void finishSearch(int generation);
+  void say(const QString& text);
 
   QString shopperId_;
   QString catalogueBase_;
@@ -144,6 +149,8 @@ class Shop : public QObject {
   QVariantList multiAds_;
   std::vector<Line> cart_;
   QString lastOrder_;
+  QString message_;
+  QTimer messageTimer_;
   int orders_ = 0;
   // The overlay managers live as long as the shop: each keeps its own overlay.
   std::unique_ptr<InterstitialAdViewProtocol> interstitials_;

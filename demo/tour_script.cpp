@@ -237,7 +237,10 @@ void Tour::buildSteps() {
          tap(item("inspectorButton"));
          tap(item("kind-events"));
        },
-       [=, this] { return shown("inspectorPanel") && inspector_->kind() == "events"; }},
+       [=, this] {
+         return shown("inspectorPanel") && inspector_->kind() == "events" &&
+                find(QStringLiteral("inspectorRow"), item("inspectorPanel"));
+       }},
       {"every event acknowledged", [=, this] {},
        [this] {
          const QStringList arrived = arrivedEvents();

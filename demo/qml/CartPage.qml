@@ -24,7 +24,8 @@ Item {
     Column {
         objectName: "orderDone"
         visible: root.placedOrder !== ""
-        anchors.centerIn: parent
+        anchors.horizontalCenter: parent.horizontalCenter
+        y: 48
         width: parent.width - 64
         spacing: 10
 

@@ -100,6 +100,8 @@ Rectangle {
             required property string outcome
             required property bool ok
             required property int elapsed
+            required property string subject
+            objectName: "inspectorRow"
             width: ListView.view.width
             height: entry.implicitHeight + 12
             color: "#1c2220"
@@ -110,7 +112,8 @@ Rectangle {
                 y: 6
                 width: parent.width - 24
                 spacing: 2
-                Row {
+                Flow {
+                    width: parent.width
                     spacing: 8
                     Text {
                         text: time
@@ -129,6 +132,13 @@ Rectangle {
                         color: "white"
                         font.family: "DejaVu Sans Mono"
                         font.pixelSize: 11
+                    }
+                    Text {
+                        visible: subject !== ""
+                        text: subject
+                        color: "white"
+                        font.pixelSize: 11
+                        font.weight: Font.Bold
                     }
                     Text {
                         text: outcome + " · " + elapsed + " ms"

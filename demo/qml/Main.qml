@@ -35,9 +35,6 @@ Window {
 
     Connections {
         target: app.shop
-        function onNotice(text) {
-            toast.show(text);
-        }
         function onProductChanged() {
             app.go("product");
         }
@@ -114,8 +111,11 @@ Window {
         onClosed: app.inspectorOpen = false
     }
 
+    // A message belongs to the page it was said on.
+    onPageChanged: shop.dismissMessage()
+
     Toast {
-        id: toast
+        text: app.shop.message
         anchors.horizontalCenter: parent.horizontalCenter
         anchors.bottom: tabs.top
         anchors.bottomMargin: 16

@@ -1,30 +1,22 @@
 import QtQuick
 
-// A short message that fades out by itself.
+// The shop's message of the moment, over the bottom of the page.
 Rectangle {
     id: root
 
-    function show(text) {
-        label.text = text;
-        visible = true;
-        hide.restart();
-    }
+    property string text
 
+    visible: text !== ""
     width: Math.min(label.implicitWidth + 32, 380)
     height: label.implicitHeight + 20
     radius: height / 2
     color: Qt.rgba(0.1, 0.12, 0.11, 0.9)
-    visible: false
 
-    Timer {
-        id: hide
-        interval: 2200
-        onTriggered: root.visible = false
-    }
     Text {
         id: label
         anchors.centerIn: parent
         width: Math.min(implicitWidth, 348)
+        text: root.text
         elide: Text.ElideMiddle
         color: "white"
         font.pixelSize: 13

@@ -148,6 +148,34 @@ TEST(RequestLog, OutcomeNamesTheStatusOrTheError) {
   EXPECT_TRUE(fine.logLine().contains("GET /v2/bsda  au[]=au_home  pcnt_au=1  -> 200"));
 }
 
+TEST(RequestLog, TheSubjectNamesTheEventTheAdUnitsOrThePage) {
+  RequestEntry event = entry("events", "/events");
+  event.query = {{"uclid", "uc-1"}, {"event_name", "funnel_impression"}};
+  EXPECT_EQ(event.subject(), "funnel_impression");
+  RequestEntry click = entry("events", "/aclick");
+  click.query = {{"uclid", "uc-1"}};
+  EXPECT_EQ(click.subject(), "click");
+  RequestEntry display = entry("ads", "/v2/bsda");
+  display.query = {{"pt", "HOME"}, {"au[]", "au_home"}, {"au[]", "au_video"}};
+  EXPECT_EQ(display.subject(), "au_home, au_video");
+  RequestEntry listings = entry("products", "/sda");
+  listings.query = {{"page_type", "SEARCH"}, {"keywords[]", "outdoor"}};
+  EXPECT_EQ(listings.subject(), "SEARCH");
+  EXPECT_EQ(entry("media", "/media/a.png").subject(), "");
+
+  RequestLogModel model;
+  model.post(event);
+  deliver();
+  EXPECT_EQ(model.data(model.index(0), RequestLogModel::SubjectRole).toString(),
+            "funnel_impression");
+  // The panel reads every role by its name.
+  const auto roles = model.roleNames();
+  for (const char* name :
+       {"time", "service", "method", "path", "query", "outcome", "ok", "elapsed", "subject"}) {
+    EXPECT_TRUE(roles.values().contains(QByteArray(name))) << name;
+  }
+}
+
 int main(int argc, char** argv) {
   QCoreApplication app(argc, argv);
   ::testing::InitGoogleTest(&argc, argv);
