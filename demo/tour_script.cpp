@@ -188,7 +188,7 @@ void Tour::buildSteps() {
        }},
       {"a drag of the picture-in-picture panel",
        [=, this] {
-         drag(pipView(), {-150, -300});
+         drag(pipView(), {-150, -470});
        },
        [=, this] {
          QQuickItem* pip = pipView();
