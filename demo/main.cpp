@@ -105,10 +105,9 @@ int main(int argc, char** argv) {
     if (window->isExposed()) {
       driver->start();
     } else {
-      QObject::connect(window, &QQuickWindow::frameSwapped, driver.get(), [&driver] {
-        static bool started = false;
-        if (!started) started = true, driver->start();
-      });
+      QObject::connect(
+          window, &QQuickWindow::frameSwapped, driver.get(),
+          [starting = driver.get()] { starting->start(); }, Qt::SingleShotConnection);
     }
   }
   const int code = app.exec();

@@ -16,7 +16,6 @@
 #include <QTimer>
 #include <QVariant>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
