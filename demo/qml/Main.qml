@@ -25,8 +25,9 @@ Window {
         shop.openListing(listing);
     }
 
+    // A phone-sized window, shorter on a screen that has less room.
     width: 420
-    height: 860
+    height: Screen.desktopAvailableHeight > 0 ? Math.min(860, Screen.desktopAvailableHeight - 48) : 860
     minimumWidth: 360
     minimumHeight: 600
     visible: true
