@@ -2,7 +2,8 @@ import QtQuick
 import Tavik
 
 // An image creative, fitted inside the frame its parent gives it, aspect kept. While it
-// loads, and when it fails, nothing is drawn. Each new instance asks the loader again.
+// loads, and when it fails, nothing is drawn. Views of the same creative share one decoded
+// picture and one texture through Qt's pixmap cache.
 Item {
     id: root
 
@@ -14,7 +15,6 @@ Item {
         source: TavikMedia.imageSource(root.imageUrl)
         fillMode: Image.PreserveAspectFit
         asynchronous: true
-        cache: false
         smooth: true
         mipmap: true
     }
