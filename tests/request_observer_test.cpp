@@ -120,10 +120,11 @@ TEST(RequestObserver, EachAnswerAndFailureIsSeenOnceWithItsRequestAndOutcome) {
   EXPECT_EQ(recorder.last().errorKind, "connectionLost");
   EXPECT_EQ(recorder.last().error.rfind("connectionLost: ", 0), 0u) << recorder.last().error;
 
-  // Creatives go to the transport directly with the media limit.
+  // Creatives go to the transport directly, marked as media.
   detail::HttpRequest image;
   image.url = env.base() + "/media/product_1.png";
   image.maxBodyBytes = transport::settings().maxMediaBytes;
+  image.source = detail::RequestSource::media;
   auto download = detail::sendHttpRequest(image);
   await(download);
   EXPECT_EQ(recorder.last().service, "media");

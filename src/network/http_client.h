@@ -11,9 +11,10 @@
 
 namespace tavik::detail {
 
-/// What made a request: the web service (ad and event calls), or a direct caller of the
-/// transport (the views' creative downloads). Request observers name the service by it.
-enum class RequestSource : std::uint8_t { direct, webService };
+/// What made a request: the web service (ad and event calls), the views' creative
+/// downloads, or another direct caller of the transport. Request observers name the
+/// service by it.
+enum class RequestSource : std::uint8_t { direct, webService, media };
 
 struct HttpRequest {
   std::string url;

@@ -184,11 +184,8 @@ void splitUrl(const std::string& url, transport::ObservedRequest& record) {
 }  // namespace
 
 std::string_view serviceOf(const HttpRequest& request, std::string_view path) {
-  if (request.source == RequestSource::direct) {
-    // Only creative downloads go to the transport directly, and they ask for the media
-    // size limit.
-    return request.maxBodyBytes != 0 ? "media" : "other";
-  }
+  if (request.source == RequestSource::media) return "media";
+  if (request.source == RequestSource::direct) return "other";
   // The ad fetcher and the event registrar append these paths to the configured base
   // address, which may carry a path of its own.
   if (endsWith(path, "/v2/bsda") || endsWith(path, "/v2/bsda/pt")) return "ads";

@@ -28,6 +28,7 @@ Future<Bytes> download(const std::string& url) {
   tavik::detail::HttpRequest request;
   request.url = url;
   request.maxBodyBytes = transport::settings().maxMediaBytes;
+  request.source = tavik::detail::RequestSource::media;
   return tavik::detail::sendHttpRequest(std::move(request))
       .then([](const tavik::detail::HttpResponse& response) -> Bytes {
         if (response.status < 200 || response.status > 299) {
