@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Builds the view benchmarks in Release (build-bench/) and runs them: the Qt Quick views
+# against plain Qt Quick items with the same pictures, in one process and one window,
+# under Xvfb with Mesa when there is no display. Prints each figure with its target.
+#
+#   bench/views.sh [--cycles N] [--flick-seconds S]
+set -euo pipefail
+ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+BUILD="$ROOT/build-bench"
+cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTAVIK_BUILD_BENCH=ON \
+  -DTAVIK_BUILD_TESTS=OFF >/dev/null
+cmake --build "$BUILD" --target tavik_bench_views
+quiet='^(ALSA|AL lib|QStandardPaths|qt.multimedia|Failed to start video surface)'
+if [ -n "${DISPLAY:-}" ]; then
+  "$BUILD/bench/tavik_bench_views" "$@"
+else
+  QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1280x1024x24" "$BUILD/bench/tavik_bench_views" "$@"
+fi 2> >(grep -vE "$quiet" >&2)
