@@ -59,7 +59,7 @@ void RequestLogModel::flush() {
   if (batch.empty()) return;
   ++batches_;
 
-  // The batch is oldest first; the rows are newest first.
+  // The batch is in the order the requests ended; the rows are newest first.
   std::vector<Shared> added;
   for (auto it = batch.rbegin(); it != batch.rend(); ++it) {
     added.push_back(std::make_shared<const RequestEntry>(std::move(*it)));

@@ -79,11 +79,11 @@ class RequestLogModel : public QAbstractListModel {
   /// Hand-overs to the model's thread so far (one per batch).
   int batches() const { return batches_; }
 
-  /// Every kept request, oldest first.
+  /// Every kept request, in the order they ended.
   std::vector<RequestEntry> entries() const;
   /// How many kept requests are of `service`.
   Q_INVOKABLE int count(const QString& service) const;
-  /// The printed log, oldest first.
+  /// The printed log, in the order the requests ended.
   QStringList logLines() const;
 
   int rowCount(const QModelIndex& parent = {}) const override;

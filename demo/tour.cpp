@@ -186,7 +186,7 @@ void Tour::fail(const QString& why) {
 }
 
 void Tour::finish() {
-  std::cout << "-- the inspector's log (every request the SDK sent, oldest first)\n";
+  std::cout << "-- the inspector's log (every request the SDK sent, in the order they ended)\n";
   for (const QString& line : inspector_->logLines())
     std::cout << "   " << line.toStdString() << "\n";
   const QStringList arrived = arrivedEvents();
