@@ -36,16 +36,15 @@ void CarouselStripBase::setAdLabelAlignment(Qt::Alignment alignment) {
   Q_EMIT labelChanged();
 }
 
-void CarouselStripBase::relayout(std::optional<SizeF> firstCard, int count) {
-  auto wanted = [](qreal value) {
-    return value >= 0 ? std::optional<double>(value) : std::nullopt;
-  };
-  const CarouselLayout layout = carouselLayout(
-      firstCard, {wanted(wanted_[0]), wanted(wanted_[1]), wanted(wanted_[2]), wanted(wanted_[3])},
-      screenLimits());
-  const bool changed = !(layout == layout_) || count != count_;
+void CarouselStripBase::relayout(std::optional<SizeF> firstCard, int count, QList<bool> drawn) {
+  const CarouselLayout layout = carouselLayout(firstCard,
+                                               {lengthIfSet(wanted_[0]), lengthIfSet(wanted_[1]),
+                                                lengthIfSet(wanted_[2]), lengthIfSet(wanted_[3])},
+                                               screenLimits());
+  const bool changed = !(layout == layout_) || count != count_ || drawn != drawn_;
   layout_ = layout;
   count_ = count;
+  drawn_ = std::move(drawn);
   setImplicitSize(layout.width, layout.height);
   if (currentIndex_ >= std::max(1, count)) setCurrentIndex(std::max(0, count - 1));
   if (changed) {
@@ -55,7 +54,14 @@ void CarouselStripBase::relayout(std::optional<SizeF> firstCard, int count) {
 }
 
 qreal CarouselStripBase::scrollPosition() const {
-  return centredScrollPosition(currentIndex_, count_, layout_);
+  if (drawn_.isEmpty()) return centredScrollPosition(currentIndex_, count_, layout_);
+  return centredScrollPosition(currentIndex_,
+                               std::span<const bool>(drawn_.constData(), drawn_.size()), layout_);
+}
+
+bool CarouselStripBase::cardTakesRoom(int index) const {
+  if (index < 0 || index >= count_) return false;
+  return drawn_.isEmpty() || drawn_[index];
 }
 
 void CarouselStripBase::setCurrentIndex(int index) {
@@ -179,6 +185,12 @@ void MultiAdCarouselViewBase::setAds(const QVariantList& ads) {
 
 void MultiAdCarouselViewBase::relayoutFromContent() {
   std::optional<SizeF> first;
+  QList<bool> drawn;
+  drawn.reserve(ads_.size());
+  for (const QVariant& entry : ads_) {
+    const QmlBannerAd ad = entry.value<QmlBannerAd>();
+    drawn.append(ad.ad() && creativeKind(*ad.ad()) != CreativeKind::none);
+  }
   if (!ads_.isEmpty()) {
     const QmlBannerAd ad = ads_.first().value<QmlBannerAd>();
     if (ad.ad()) {
@@ -188,7 +200,7 @@ void MultiAdCarouselViewBase::relayoutFromContent() {
       first = SizeF{};
     }
   }
-  relayout(first, static_cast<int>(ads_.size()));
+  relayout(first, static_cast<int>(ads_.size()), std::move(drawn));
 }
 
 }  // namespace tavik::quick

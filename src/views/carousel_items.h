@@ -78,6 +78,9 @@ class CarouselStripBase : public QQuickItem {
   /// Where a label of this size goes in a card of this size (the banner's placement).
   Q_INVOKABLE QPointF labelPosition(qreal cardWidth, qreal cardHeight, qreal width,
                                     qreal height) const;
+  /// Whether card `index` takes room in the row (its pitch); one that cannot be drawn
+  /// takes none, yet still counts in the dots and in paging.
+  Q_INVOKABLE bool cardTakesRoom(int index) const;
 
  Q_SIGNALS:
   void configChanged();
@@ -88,7 +91,8 @@ class CarouselStripBase : public QQuickItem {
 
  protected:
   /// Recomputes the sizes from the first card's creative size and the card count.
-  void relayout(std::optional<SizeF> firstCard, int count);
+  /// `drawn` says which cards take room; empty: all of them.
+  void relayout(std::optional<SizeF> firstCard, int count, QList<bool> drawn = {});
 
  private:
   void setWanted(int which, qreal value);
@@ -100,6 +104,7 @@ class CarouselStripBase : public QQuickItem {
   QString adLabelText_;
   Qt::Alignment adLabelAlignment_ = Qt::AlignTop | Qt::AlignLeft;
   CarouselLayout layout_;
+  QList<bool> drawn_;
   int count_ = 0;
   int currentIndex_ = 0;
   qreal dragOffset_ = 0;
@@ -116,6 +121,7 @@ class CarouselAdViewBase : public CarouselStripBase {
   Q_PROPERTY(bool drawable READ drawable NOTIFY adChanged)
   Q_PROPERTY(QColor cardBackground READ cardBackground WRITE setCardBackground NOTIFY
                  cardBackgroundChanged)
+  Q_PROPERTY(bool hasCardBackground READ hasCardBackground NOTIFY cardBackgroundChanged)
   Q_PROPERTY(bool onScreen READ onScreen NOTIFY onScreenChanged)
   Q_PROPERTY(bool impressionReported READ impressionReported NOTIFY onScreenChanged)
 
@@ -131,6 +137,11 @@ class CarouselAdViewBase : public CarouselStripBase {
   bool drawable() const;
   QColor cardBackground() const { return cardBackground_; }
   void setCardBackground(const QColor& color);
+  /// Whether cards get a background: only a valid colour the host set. Qt's invalid
+  /// colour (the default, "none") reports an alpha of 1, so QML cannot tell by itself.
+  bool hasCardBackground() const {
+    return cardBackground_.isValid() && cardBackground_.alpha() > 0;
+  }
   bool onScreen() const { return tracker_.onScreen(); }
   bool impressionReported() const { return tracker_.isAppear(); }
 

@@ -51,11 +51,31 @@ int pageAfterStep(int currentIndex, int count, int step) {
   return std::clamp(currentIndex + step, 0, count - 1);
 }
 
+namespace {
+double centred(double cardX, double cardWidth, double content, const CarouselLayout& layout) {
+  return std::clamp(cardX + cardWidth / 2 - layout.width / 2, 0.0,
+                    std::max(0.0, content - layout.width));
+}
+}  // namespace
+
 double centredScrollPosition(int index, int count, const CarouselLayout& layout) {
   if (count <= 0) return 0;
   const double content = count * layout.cardWidth + (count - 1) * kCardSpacing;
-  const double centred = index * layout.pitch + layout.cardWidth / 2 - layout.width / 2;
-  return std::clamp(centred, 0.0, std::max(0.0, content - layout.width));
+  return centred(index * layout.pitch, layout.cardWidth, content, layout);
+}
+
+double cardOffset(int index, std::span<const bool> drawn, const CarouselLayout& layout) {
+  const auto before = std::count(
+      drawn.begin(), drawn.begin() + std::clamp<std::ptrdiff_t>(index, 0, std::ssize(drawn)), true);
+  return static_cast<double>(before) * layout.pitch;
+}
+
+double centredScrollPosition(int index, std::span<const bool> drawn, const CarouselLayout& layout) {
+  if (drawn.empty()) return 0;
+  const auto shown = std::count(drawn.begin(), drawn.end(), true);
+  const double content = shown > 0 ? static_cast<double>(shown) * layout.pitch - kCardSpacing : 0.0;
+  const bool taken = index >= 0 && index < std::ssize(drawn) && drawn[static_cast<size_t>(index)];
+  return centred(cardOffset(index, drawn, layout), taken ? layout.cardWidth : 0, content, layout);
 }
 
 namespace overlay {

@@ -4,6 +4,7 @@
 // creative an ad gets, how large its frame is, where the ad label goes, when an
 // appearance counts and when an impression is due.
 
+#include <algorithm>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -33,6 +34,16 @@ struct ScreenLimits {
 };
 /// The limits of a screen of the given size.
 ScreenLimits limitsForScreen(SizeF screen);
+
+/// A host's wanted length as the QML views carry it: any value the host set counts (0
+/// included; below 0 is taken as 0), and -1 stands for "not set".
+inline double hostLength(std::optional<float> value) {
+  return value ? std::max(0.0, static_cast<double>(*value)) : -1.0;
+}
+/// The other way: a QML length of 0 or more is set, a negative one is not.
+inline std::optional<double> lengthIfSet(double value) {
+  return value >= 0 ? std::optional<double>(value) : std::nullopt;
+}
 
 /// The presentation a banner ad gets: its template must start with the image or video
 /// prefix, and its element type must be exactly "IMAGE" or "VIDEO". Anything else draws
@@ -85,6 +96,11 @@ int pageAfterDrag(int currentIndex, int count, double translation, double pitch)
 int pageAfterStep(int currentIndex, int count, int step);
 /// The strip's scroll position that centres card `index`, kept inside the content.
 double centredScrollPosition(int index, int count, const CarouselLayout& layout);
+/// The same for a row in which some cards take no room (`drawn[i]` false: a card that
+/// cannot be drawn still counts for paging, but the row closes up around it).
+double centredScrollPosition(int index, std::span<const bool> drawn, const CarouselLayout& layout);
+/// Where card `index` starts in such a row.
+double cardOffset(int index, std::span<const bool> drawn, const CarouselLayout& layout);
 
 /// Safe-area insets of the window an overlay lives in (zero where the platform has
 /// none, as on desktop Qt).

@@ -18,6 +18,21 @@ Item {
         MultiAdCarouselView {}
     }
     Component {
+        id: pageComponent
+        // A host page that scrolls vertically, a carousel on it.
+        Flickable {
+            property alias carousel: inner
+            width: 700
+            height: 500
+            contentHeight: 2000
+            CarouselAdView {
+                id: inner
+                y: 100
+                adWidth: 300
+            }
+        }
+    }
+    Component {
         id: spyComponent
         SignalSpy {}
     }
@@ -120,9 +135,11 @@ Item {
 
         function test_wheel_and_arrow_keys_page() {
             const c = createTemporaryObject(carouselComponent, host, {ad: carouselAd(), adWidth: 300});
-            mouseWheel(c, 150, 100, 0, -120);   // one notch down: next card
+            mouseWheel(c, 150, 100, -120, 0);   // one notch right (touchpad or tilt): next card
             compare(c.currentIndex, 1);
-            mouseWheel(c, 150, 100, 120, 0);    // one notch left (touchpad or tilt): back
+            mouseWheel(c, 150, 100, 120, 0);    // one notch left: back
+            compare(c.currentIndex, 0);
+            mouseWheel(c, 150, 100, 0, -120);   // a vertical notch is not the carousel's
             compare(c.currentIndex, 0);
             c.forceActiveFocus();
             keyClick(Qt.Key_Right);
@@ -131,6 +148,18 @@ Item {
             compare(c.currentIndex, 2);
             keyClick(Qt.Key_Left);
             compare(c.currentIndex, 1);
+        }
+
+        // A shopper scrolling the page with the wheel over a carousel scrolls the page.
+        function test_vertical_wheel_scrolls_the_host_page_past_a_carousel() {
+            const page = createTemporaryObject(pageComponent, host);
+            page.carousel.ad = carouselAd();
+            waitForRendering(page);
+            const c = page.carousel;
+            mouseWheel(c, 150, 100, 0, -120);
+            mouseWheel(c, 150, 100, 0, -120);
+            tryVerify(() => page.contentY > 0, 2000);
+            compare(c.currentIndex, 0);
         }
 
         function test_carousel_reports_one_impression_and_a_click_per_tapped_card() {
@@ -197,6 +226,48 @@ Item {
             compare(settle("uc-m-0", "/aclick", 1).length, 1);
             compare(settle("uc-m-1", "/aclick", 2).length, 2);
             compare(second.Accessible.name, "Sponsored, 2 of 5");
+        }
+
+        // An ad the strip cannot draw takes no room in the row, keeps its dot and its
+        // place in paging.
+        function test_multi_an_undrawable_card_takes_no_room_but_keeps_its_dot() {
+            const ads = [];
+            for (const [i, source] of [[0, 0], [1, 2], [2, 3]].entries()) {
+                const json = JSON.parse(sandbox.adJson("au_multi", source[1]));
+                json.uclid = "uc-gap-" + i;
+                if (i === 1) json.crt = "tavik_sdk/carousel/v1";
+                ads.push(TavikAds.decodeBannerAd(JSON.stringify(json)));
+            }
+            const m = createTemporaryObject(multiComponent, host, {ads: ads, adWidth: 300});
+            compare(m.count, 3);
+            compare(findChild(m, "pageDots").children.length - 1, 3);  // 3 dots and the Repeater
+            const list = findChild(m, "cardList");
+            m.step(1);
+            m.step(1);
+            compare(m.currentIndex, 2);
+            tryVerify(() => findChild(m, "card2") !== null, 2000);
+            const third = findChild(m, "card2");
+            compare(third.mapToItem(list.contentItem, 0, 0).x, m.pitch);  // right after card 0
+            compare(m.cardTakesRoom(1), false);
+            compare(m.cardTakesRoom(2), true);
+            // Two cards of 300 and one gap: centring the third stops where the content ends.
+            tryCompare(list, "contentX", 308, 2000);
+        }
+
+        // Without a host background, a card whose picture does not cover it shows what
+        // lies beneath (here the white window), never a black box.
+        function test_no_card_background_means_none() {
+            const json = JSON.parse(sandbox.adJson("au_carousel"));
+            for (const card of json.elements.carousel_cards) card.media.value = "https://127.0.0.1:1/none.png";
+            const c = createTemporaryObject(carouselComponent, host,
+                                            {ad: TavikAds.decodeCarouselAd(JSON.stringify(json)), adWidth: 300});
+            waitForRendering(c);
+            const picture = grabImage(c);
+            const pixel = picture.pixel(c.cardWidth / 2, c.cardHeight / 2);
+            verify(Qt.colorEqual(pixel, "white"), "card centre is " + pixel);
+            c.cardBackground = "#ff0000";
+            waitForRendering(c);
+            verify(Qt.colorEqual(grabImage(c).pixel(c.cardWidth / 2, c.cardHeight / 2), "#ff0000"));
         }
 
         function test_one_ad_always_snaps_back() {

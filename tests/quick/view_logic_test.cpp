@@ -169,6 +169,20 @@ TEST(CarouselPaging, TheCurrentCardIsCentredInsideTheContent) {
   EXPECT_DOUBLE_EQ(centredScrollPosition(2, 5, layout), 606);   // 616 + 150 - 160
   EXPECT_DOUBLE_EQ(centredScrollPosition(4, 5, layout), 1212);  // clamped at the end
   EXPECT_DOUBLE_EQ(centredScrollPosition(0, 0, layout), 0);
+
+  // Cards that cannot be drawn take no room: the row closes up around them.
+  const bool all[] = {true, true, true, true, true};
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_DOUBLE_EQ(centredScrollPosition(i, all, layout), centredScrollPosition(i, 5, layout));
+  }
+  const bool gaps[] = {true, false, false, true, true};  // content: 3 cards, 916 wide
+  EXPECT_DOUBLE_EQ(cardOffset(3, gaps, layout), 308);
+  EXPECT_DOUBLE_EQ(cardOffset(1, gaps, layout), 308);
+  EXPECT_DOUBLE_EQ(centredScrollPosition(3, gaps, layout), 298);  // 308 + 150 - 160
+  EXPECT_DOUBLE_EQ(centredScrollPosition(4, gaps, layout), 596);  // clamped at 916 - 320
+  EXPECT_DOUBLE_EQ(centredScrollPosition(1, gaps, layout), 148);  // the gap's place: 308 - 160
+  const bool none[] = {false, false};
+  EXPECT_DOUBLE_EQ(centredScrollPosition(1, none, layout), 0);
 }
 
 TEST(OverlayGeometry, PanelPlacementDragsAndFullScreen) {
@@ -185,10 +199,11 @@ TEST(OverlayGeometry, PanelPlacementDragsAndFullScreen) {
   const Insets insets{44, 0, 34, 0};
   const RectF panel{84, 400, 300, 200};
   EXPECT_EQ(afterDrag(panel, {-30, 20}, phone, insets), (RectF{54, 420, 300, 200}));
-  EXPECT_EQ(afterDrag(panel, {500, 0}, phone, insets), (RectF{100, 400, 300, 200}));   // right edge
-  EXPECT_EQ(afterDrag(panel, {-500, 0}, phone, insets), (RectF{0, 400, 300, 200}));    // left edge
-  EXPECT_EQ(afterDrag(panel, {0, -1000}, phone, insets), (RectF{84, 44, 300, 200}));   // top inset
-  EXPECT_EQ(afterDrag(panel, {0, 1000}, phone, insets), (RectF{84, 566, 300, 200}));   // bottom inset
+  EXPECT_EQ(afterDrag(panel, {500, 0}, phone, insets), (RectF{100, 400, 300, 200}));  // right edge
+  EXPECT_EQ(afterDrag(panel, {-500, 0}, phone, insets), (RectF{0, 400, 300, 200}));   // left edge
+  EXPECT_EQ(afterDrag(panel, {0, -1000}, phone, insets), (RectF{84, 44, 300, 200}));  // top inset
+  EXPECT_EQ(afterDrag(panel, {0, 1000}, phone, insets),
+            (RectF{84, 566, 300, 200}));  // bottom inset
 
   EXPECT_EQ(leavingFullScreen({}, phone), (RectF{40, 80, 320, 640}));
   EXPECT_EQ(leavingFullScreen({84, 566, 300, 200}, phone), (RectF{84, 566, 300, 200}));

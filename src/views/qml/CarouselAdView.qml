@@ -21,7 +21,7 @@ CarouselAdViewBase {
             required property int index
             required property var modelData
 
-            width: root.cardWidth
+            width: root.pitch
             height: root.stripHeight
             Accessible.role: Accessible.ListItem
             Accessible.name: qsTr("Sponsored, %1 of %2").arg(index + 1).arg(root.count)
@@ -30,11 +30,11 @@ CarouselAdViewBase {
                 id: frame
                 width: root.cardWidth
                 height: root.cardHeight
-                anchors.centerIn: parent
+                anchors.verticalCenter: parent.verticalCenter
 
                 Rectangle {
                     anchors.fill: parent
-                    visible: root.cardBackground.a > 0
+                    visible: root.hasCardBackground
                     color: root.cardBackground
                 }
                 Loader {

@@ -3,8 +3,8 @@ import Tavik
 
 // The strip both carousels draw: a horizontal list of cards whose scroll position the
 // C++ base decides (the current card centred, shifted by the drag while it lasts), the
-// page dots over its bottom edge, and the input that pages it: a drag, the wheel or a
-// touchpad swipe. Arrow keys are handled by the carousel itself.
+// page dots over its bottom edge, and the input that pages it: a drag, a horizontal
+// wheel or a sideways touchpad swipe. Arrow keys are handled by the carousel itself.
 Item {
     id: strip
 
@@ -21,7 +21,9 @@ Item {
         objectName: "cardList"
         anchors.fill: parent
         orientation: ListView.Horizontal
-        spacing: 8
+        // Each delegate is one pitch wide (its card and the 8-point gap after it), so a
+        // card that takes no room closes the row up around it.
+        spacing: 0
         interactive: false
         clip: true
         cacheBuffer: Math.max(0, Math.round(strip.carousel.pitch * 2))
@@ -78,13 +80,17 @@ Item {
         }
     }
 
-    // One page per wheel notch (120) or per 120 pixels of a touchpad swipe, either axis.
+    // One page per horizontal wheel notch (120) or per 120 pixels of a sideways touchpad
+    // swipe. A vertical wheel is never taken: it scrolls the host's page past the strip.
     WheelHandler {
         property real pending: 0
+        orientation: Qt.Horizontal
         onWheel: event => {
-            const delta = event.pixelDelta.x !== 0 || event.pixelDelta.y !== 0
-                    ? (event.pixelDelta.x !== 0 ? event.pixelDelta.x : event.pixelDelta.y)
-                    : (event.angleDelta.x !== 0 ? event.angleDelta.x : event.angleDelta.y);
+            const delta = event.pixelDelta.x !== 0 ? event.pixelDelta.x : event.angleDelta.x;
+            if (delta === 0) {
+                event.accepted = false;
+                return;
+            }
             pending += delta;
             while (Math.abs(pending) >= 120) {
                 strip.carousel.step(pending > 0 ? -1 : 1);

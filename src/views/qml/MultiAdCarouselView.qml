@@ -20,12 +20,14 @@ MultiAdCarouselViewBase {
             required property int index
             required property var modelData
 
-            width: root.cardWidth
+            // A card that cannot be drawn takes no room (it still has its dot).
+            width: root.pitch > 0 && root.cardTakesRoom(card.index) ? root.pitch : 0
             height: root.stripHeight
 
             BannerAdView {
                 objectName: "card" + card.index
-                anchors.centerIn: parent
+                x: (root.cardWidth - width) / 2
+                anchors.verticalCenter: parent.verticalCenter
                 config: root.config
                 ad: card.modelData
                 adWidth: root.cardWidth
