@@ -114,10 +114,7 @@ BannerAdViewBase::CreativeKind BannerAdViewBase::creativeKindProperty() const {
 void BannerAdViewBase::relayout() {
   SizeF frame;
   if (ad_.ad()) {
-    auto wanted = [](qreal value) {
-      return value > 0 ? std::optional<double>(value) : std::nullopt;
-    };
-    frame = bannerFrame(*ad_.ad(), wanted(adWidth_), wanted(adHeight_), screenLimits());
+    frame = bannerFrame(*ad_.ad(), lengthIfSet(adWidth_), lengthIfSet(adHeight_), screenLimits());
   }
   const bool changed = !(frame == frame_);
   frame_ = frame;

@@ -19,9 +19,9 @@ LabelAlignment labelAlignmentFrom(Qt::Alignment alignment);
 /// The logic of `BannerAdView` (BannerAdView.qml draws it): the frame, the creative
 /// kind, the label's place, appearances, the impression and the clicks.
 ///
-/// - The frame is `adWidth` × `adHeight` when set (> 0), else the creative's size, capped
-///   by the screen limits; an ad that cannot be drawn has an empty frame and reports
-///   nothing.
+/// - The frame is `adWidth` × `adHeight` when set (0 or more; -1 is unset), else the
+///   creative's size, capped by the screen limits; an ad that cannot be drawn has an
+///   empty frame and reports nothing.
 /// - The first time the banner is on screen it reports the impression; `adAppear` is
 ///   emitted on every appearance. A different ad (another `uclid`) starts over.
 /// - `tap()` reports a click and emits `adClicked`, every time.

@@ -10,13 +10,13 @@ namespace tavik {
 QQuickItem* BannerAdViewManager::showAd(const BannerAd& ad, const BannerAdSettings& settings,
                                         QQuickItem* parent) {
   return quick::detail::createViewItem(
-      QStringLiteral("BannerAdView"), parent, [&](QObject* object) {
+      QStringLiteral("BannerAdView"), config.debug, parent, [&](QObject* object) {
         auto* view = qobject_cast<quick::BannerAdViewBase*>(object);
         if (!view) return;
         view->setConfig(quick::QmlConfig(config));
         view->setAd(quick::QmlBannerAd(ad));
-        view->setAdWidth(settings.width.value_or(-1));
-        view->setAdHeight(settings.height.value_or(-1));
+        view->setAdWidth(quick::hostLength(settings.width));
+        view->setAdHeight(quick::hostLength(settings.height));
         view->setAdLabelText(QString::fromStdString(settings.adLabelText.value_or("")));
         view->setAdLabelAlignment(settings.adLabelAlignment);
         if (settings.adAppear) {

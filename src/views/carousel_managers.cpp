@@ -14,10 +14,10 @@ template <class Settings>
 void applyStripSettings(quick::CarouselStripBase* strip, const Config& config,
                         const Settings& settings) {
   strip->setConfig(quick::QmlConfig(config));
-  strip->setAdWidth(settings.width.value_or(-1));
-  strip->setAdHeight(settings.height.value_or(-1));
-  strip->setElementWidth(settings.elementWidth.value_or(-1));
-  strip->setElementHeight(settings.elementHeight.value_or(-1));
+  strip->setAdWidth(quick::hostLength(settings.width));
+  strip->setAdHeight(quick::hostLength(settings.height));
+  strip->setElementWidth(quick::hostLength(settings.elementWidth));
+  strip->setElementHeight(quick::hostLength(settings.elementHeight));
   strip->setAdLabelText(QString::fromStdString(settings.adLabelText.value_or("")));
   strip->setAdLabelAlignment(settings.adLabelAlignment);
 }
@@ -27,7 +27,7 @@ void applyStripSettings(quick::CarouselStripBase* strip, const Config& config,
 QQuickItem* CarouselAdViewManager::showAd(const CarouselAd& ad, const CarouselAdSettings& settings,
                                           QQuickItem* parent) {
   return quick::detail::createViewItem(
-      QStringLiteral("CarouselAdView"), parent, [&](QObject* object) {
+      QStringLiteral("CarouselAdView"), config.debug, parent, [&](QObject* object) {
         auto* view = qobject_cast<quick::CarouselAdViewBase*>(object);
         if (!view) return;
         applyStripSettings(view, config, settings);
@@ -54,7 +54,7 @@ QQuickItem* MultiAdCarouselViewManager::showAd(const std::vector<BannerAd>& ads,
                                                const MultiAdCarouselSettings& settings,
                                                QQuickItem* parent) {
   return quick::detail::createViewItem(
-      QStringLiteral("MultiAdCarouselView"), parent, [&](QObject* object) {
+      QStringLiteral("MultiAdCarouselView"), config.debug, parent, [&](QObject* object) {
         auto* view = qobject_cast<quick::MultiAdCarouselViewBase*>(object);
         if (!view) return;
         applyStripSettings(view, config, settings);

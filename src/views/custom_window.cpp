@@ -6,6 +6,7 @@
 #include <QQuickWindow>
 #include <limits>
 
+#include "tavik/core/tavik.h"
 #include "views/view_factory.h"
 #include "views/view_logic.h"
 
@@ -30,6 +31,12 @@ QQmlEngine* engineOf(QQuickWindow* window) {
 }
 
 constexpr qreal kOverlayZ = 1e6;
+
+// Debug lines follow the installed SDK's switch.
+bool debugOn() {
+  const TAVIK* sdk = TAVIK::installed();
+  return sdk && sdk->config() && sdk->config()->debug;
+}
 
 }  // namespace
 
@@ -65,7 +72,7 @@ void CustomWindow::show(const ContentBuilder& content, qreal width, qreal height
   storedWidth_ = width;
   storedHeight_ = height;
   host_ = quick::detail::createViewItem(
-      QStringLiteral("OverlayFrame"), engine, window->contentItem(),
+      QStringLiteral("OverlayFrame"), debugOn(), engine, window->contentItem(),
       [this](QObject* frame) { frame->setProperty("customWindow", QVariant::fromValue(this)); });
   if (!host_) return;
   host_->setZ(kOverlayZ);

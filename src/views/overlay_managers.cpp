@@ -37,16 +37,16 @@ void InterstitialAdViewManager::showAd(const BannerAd& ad, const InterstitialAdS
   overlay->show(
       [&](QQmlEngine* engine, QQuickItem* host) -> QQuickItem* {
         return shown = quick::detail::createViewItem(
-                   QStringLiteral("InterstitialAdView"), engine, host, [&](QObject* object) {
+                   QStringLiteral("InterstitialAdView"), config.debug, engine, host,
+                   [&](QObject* object) {
                      auto* view = qobject_cast<quick::InterstitialAdViewBase*>(object);
                      if (!view) return;
                      view->setConfig(quick::QmlConfig(config));
                      view->setAd(quick::QmlBannerAd(ad));
                      if (settings.position) view->setPosition(*settings.position);
                      view->setAlignment(settings.alignment.value_or(Qt::AlignCenter));
-                     view->setProperty("adWidth", settings.width ? qreal(*settings.width) : -1.0);
-                     view->setProperty("adHeight",
-                                       settings.height ? qreal(*settings.height) : -1.0);
+                     view->setProperty("adWidth", quick::hostLength(settings.width));
+                     view->setProperty("adHeight", quick::hostLength(settings.height));
                      view->setProperty("adLabelText",
                                        QString::fromStdString(settings.adLabelText.value_or("")));
                      view->setProperty("adLabelAlignment", int(settings.adLabelAlignment));
@@ -71,7 +71,7 @@ void PIPAdViewManager::showAd(const BannerAd& ad, const PIPAdSettings& settings)
   overlay->show(
       [&](QQmlEngine* engine, QQuickItem* host) -> QQuickItem* {
         return quick::detail::createViewItem(
-            QStringLiteral("PIPAdView"), engine, host, [&](QObject* object) {
+            QStringLiteral("PIPAdView"), config.debug, engine, host, [&](QObject* object) {
               auto* view = qobject_cast<quick::PIPAdViewBase*>(object);
               if (!view) return;
               view->setConfig(quick::QmlConfig(config));

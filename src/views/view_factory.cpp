@@ -26,15 +26,18 @@ QQmlComponent* componentFor(QQmlEngine* engine, const QString& typeName) {
 
 }  // namespace
 
-QQuickItem* createViewItem(const QString& typeName, QQuickItem* parent,
+QQuickItem* createViewItem(const QString& typeName, bool debug, QQuickItem* parent,
                            const std::function<void(QObject*)>& setUp) {
-  return createViewItem(typeName, parent ? qmlEngine(parent) : nullptr, parent, setUp);
+  return createViewItem(typeName, debug, parent ? qmlEngine(parent) : nullptr, parent, setUp);
 }
 
-QQuickItem* createViewItem(const QString& typeName, QQmlEngine* engine, QQuickItem* parent,
-                           const std::function<void(QObject*)>& setUp) {
+QQuickItem* createViewItem(const QString& typeName, bool debug, QQmlEngine* engine,
+                           QQuickItem* parent, const std::function<void(QObject*)>& setUp) {
   if (!engine || !parent) {
-    tavik::detail::writeLogLine("TAVIK: a view needs a parent item that lives in a QML engine");
+    if (debug) {
+      tavik::detail::debugLine(typeName.toStdString() +
+                               ": a view needs a parent item that lives in a QML engine");
+    }
     return nullptr;
   }
   QQmlComponent* component = componentFor(engine, typeName);
@@ -44,8 +47,10 @@ QQuickItem* createViewItem(const QString& typeName, QQmlEngine* engine, QQuickIt
   auto* item = qobject_cast<QQuickItem*>(object);
   if (!item) {
     delete object;
-    tavik::detail::writeLogLine("TAVIK: cannot create " + typeName.toStdString() + ": " +
-                                component->errorString().toStdString());
+    if (debug) {
+      tavik::detail::debugLine("cannot create " + typeName.toStdString() + ": " +
+                               component->errorString().toStdString());
+    }
     return nullptr;
   }
   QQmlEngine::setObjectOwnership(item, QQmlEngine::CppOwnership);

@@ -11,6 +11,7 @@
 
 #include "support/sandbox_fixture.h"
 #include "tavik/ads/ad_models.h"
+#include "tavik/core/log.h"
 #include "tavik/views/views.h"
 #include "views/creative_store.h"
 #include "views/view_logic.h"
@@ -106,11 +107,69 @@ TEST(BannerViews, ShowAdPlacesTheBannerReportsOnceAndCallsTheHost) {
   EXPECT_TRUE(watched.isNull());
 }
 
-TEST(BannerViews, WithoutAnEngineOrParentNothingIsMade) {
-  BannerAdViewManager manager(SandboxFixture::shared().env().config());
-  EXPECT_EQ(manager.showAd(catalogueAd("au_home_banner"), {}, nullptr), nullptr);
+TEST(BannerViews, WithoutAnEngineOrParentNothingIsMadeAndOnlyDebugSaysWhy) {
+  std::vector<std::string> lines;
+  setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+  Config config = SandboxFixture::shared().env().config();
+  config.debug = false;
+  BannerAdViewManager quiet(config);
+  EXPECT_EQ(quiet.showAd(catalogueAd("au_home_banner"), {}, nullptr), nullptr);
   QQuickItem orphan;
-  EXPECT_EQ(manager.showAd(catalogueAd("au_home_banner"), {}, &orphan), nullptr);
+  EXPECT_EQ(quiet.showAd(catalogueAd("au_home_banner"), {}, &orphan), nullptr);
+  EXPECT_TRUE(lines.empty()) << lines.front();
+
+  config.debug = true;
+  BannerAdViewManager talking(config);
+  EXPECT_EQ(talking.showAd(catalogueAd("au_home_banner"), {}, &orphan), nullptr);
+  setLogSink(nullptr);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].rfind("\"TAVIK: - BannerAdView: ", 0), 0u) << lines[0];
+}
+
+// A size the host set is used as it is, 0 included (below 0 counts as 0); only an
+// absent one falls back to the creative's. Banner, multi-ad cards and carousel agree.
+TEST(BannerViews, AHostSizeOfZeroIsASize) {
+  Scene scene;
+  auto views = quick::views(TAVIK::shared());
+  BannerAdSettings banner;
+  banner.width = 0;
+  banner.height = -4;
+  QQuickItem* zero =
+      views.bannerAdView()->showAd(catalogueAd("au_home_banner"), banner, scene.root());
+  ASSERT_TRUE(zero);
+  EXPECT_DOUBLE_EQ(zero->property("frameWidth").toDouble(), 0);
+  EXPECT_DOUBLE_EQ(zero->property("frameHeight").toDouble(), 0);
+  QQuickItem* own = views.bannerAdView()->showAd(catalogueAd("au_home_banner"), {}, scene.root());
+  EXPECT_DOUBLE_EQ(own->property("frameWidth").toDouble(), 320);  // the creative's 320 x 50
+  EXPECT_DOUBLE_EQ(own->property("frameHeight").toDouble(), 50);
+
+  MultiAdCarouselSettings strip;
+  strip.elementWidth = 0;
+  QQuickItem* multi = views.multiAdCarouselView()->showAd(
+      {catalogueAd("au_multi", 0), catalogueAd("au_multi", 2)}, strip, scene.root());
+  ASSERT_TRUE(multi);
+  EXPECT_DOUBLE_EQ(multi->property("cardWidth").toDouble(), 0);
+  // List delegates are children of the list's items, made once the strip is polished.
+  std::function<QQuickItem*(QQuickItem*)> find = [&](QQuickItem* item) -> QQuickItem* {
+    if (item->objectName() == QLatin1String("card0")) return item;
+    for (QQuickItem* child : item->childItems()) {
+      if (QQuickItem* found = find(child)) return found;
+    }
+    return nullptr;
+  };
+  QQuickItem* card = nullptr;
+  ASSERT_TRUE(spinUntil([&] { return (card = find(multi)) != nullptr; }));
+  EXPECT_DOUBLE_EQ(card->property("frameWidth").toDouble(), 0);
+
+  CarouselAdSettings carousel;
+  carousel.elementWidth = 0;
+  carousel.height = -1;
+  const CarouselAd carouselAd =
+      decodeCarouselAd(SandboxFixture::shared().adJson("au_carousel").toStdString());
+  QQuickItem* cards = views.carouselAdView()->showAd(carouselAd, carousel, scene.root());
+  ASSERT_TRUE(cards);
+  EXPECT_DOUBLE_EQ(cards->property("cardWidth").toDouble(), 0);
+  EXPECT_DOUBLE_EQ(cards->property("stripHeight").toDouble(), 0);
 }
 
 TEST(BannerViews, ACreativeThatFailsLeavesTheFrameEmpty) {
