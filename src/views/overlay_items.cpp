@@ -1,5 +1,7 @@
 #include "views/overlay_items.h"
 
+#include <algorithm>
+
 #include "tavik/core/log.h"
 #include "tavik/core/tavik.h"
 #include "views/appearance.h"
@@ -13,23 +15,46 @@ QmlConfig installedConfig() {
   const TAVIK* sdk = TAVIK::installed();
   return sdk ? QmlConfig(sdk->config()) : QmlConfig();
 }
-int milliseconds(double seconds) {
-  return static_cast<int>(std::min(seconds * 1000.0, 2147483647.0));
-}
 }  // namespace
+
+// Deadline timer ----------------------------------------------------------------------
+
+DeadlineTimer::DeadlineTimer(QObject* parent) : QObject(parent) {
+  timer_.setSingleShot(true);
+  timer_.setTimerType(Qt::PreciseTimer);
+  connect(&timer_, &QTimer::timeout, this, &DeadlineTimer::fired);
+}
+
+void DeadlineTimer::start(double seconds) {
+  // Whole nanoseconds, at most about 24 days (QTimer counts in int milliseconds).
+  delayNs_ = static_cast<qint64>(std::clamp(seconds, 0.0, 2.0e6) * 1e9);
+  clock_.start();
+  timer_.start(static_cast<int>((delayNs_ + 999'999) / 1'000'000));
+}
+
+void DeadlineTimer::stop() {
+  timer_.stop();
+}
+
+void DeadlineTimer::fired() {
+  const qint64 left = delayNs_ - clock_.nsecsElapsed();
+  if (left > 0) {
+    timer_.start(static_cast<int>((left + 999'999) / 1'000'000));
+    return;
+  }
+  Q_EMIT timeout();
+}
 
 // Interstitial ----------------------------------------------------------------------
 
 InterstitialAdViewBase::InterstitialAdViewBase(QQuickItem* parent)
     : QQuickItem(parent), config_(installedConfig()) {
-  closeButtonTimer_.setSingleShot(true);
-  autoCloseTimer_.setSingleShot(true);
-  connect(&closeButtonTimer_, &QTimer::timeout, this, [this] {
+  connect(&closeButtonTimer_, &DeadlineTimer::timeout, this, [this] {
     if (showCloseButton_ || isDismissed()) return;
     showCloseButton_ = true;
     Q_EMIT showCloseButtonChanged();
   });
-  connect(&autoCloseTimer_, &QTimer::timeout, this, &InterstitialAdViewBase::dismiss);
+  connect(&autoCloseTimer_, &DeadlineTimer::timeout, this, &InterstitialAdViewBase::dismiss);
 }
 
 InterstitialAdViewBase::~InterstitialAdViewBase() {
@@ -39,7 +64,7 @@ InterstitialAdViewBase::~InterstitialAdViewBase() {
 void InterstitialAdViewBase::componentComplete() {
   QQuickItem::componentComplete();
   watcher_ = new OnScreenWatcher(this);
-  connect(watcher_, &OnScreenWatcher::onScreenChanged, this, &InterstitialAdViewBase::startTimers);
+  connect(watcher_, &OnScreenWatcher::onScreenChanged, this, &InterstitialAdViewBase::onScreenNow);
 }
 
 void InterstitialAdViewBase::setConfig(const QmlConfig& config) {
@@ -70,22 +95,24 @@ InterstitialTimes InterstitialAdViewBase::times() const {
   return interstitialTimes(ad_.ad()->elements.closeButtonSec, ad_.ad()->elements.autoCloseSec);
 }
 
-// Both timers start together, the first time the view is on screen; they stop when it
-// goes off screen or away.
-void InterstitialAdViewBase::startTimers(bool onScreen) {
+// Both timers start together, with their full delays, each time the view appears, and
+// stop when it disappears: an interstitial whose window was hidden and shown again gets
+// its close button and its automatic close again.
+void InterstitialAdViewBase::onScreenNow(bool onScreen) {
+  if (onScreen == onScreen_) return;
+  onScreen_ = onScreen;
   if (!onScreen) {
     closeButtonTimer_.stop();
     autoCloseTimer_.stop();
-    return;
+  } else if (!isDismissed()) {
+    const InterstitialTimes t = times();
+    if (t.negativeDelay && config_.debug()) {
+      tavik::detail::debugLine("interstitial: a negative close delay is treated as 0");
+    }
+    if (!showCloseButton_) closeButtonTimer_.start(t.closeButton);
+    autoCloseTimer_.start(t.autoClose);
   }
-  if (started_ || isDismissed()) return;
-  started_ = true;
-  const InterstitialTimes t = times();
-  if (t.negativeDelay && config_.debug()) {
-    tavik::detail::debugLine("interstitial: a negative close delay is treated as 0");
-  }
-  closeButtonTimer_.start(milliseconds(t.closeButton));
-  autoCloseTimer_.start(milliseconds(t.autoClose));
+  Q_EMIT onScreenChanged();
 }
 
 QPointF InterstitialAdViewBase::blockPosition(qreal width, qreal height) const {

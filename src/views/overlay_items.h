@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QtQml/qqmlregistration.h>
+#include <QElapsedTimer>
 #include <QPointF>
 #include <QPointer>
 #include <QQuickItem>
@@ -14,11 +15,39 @@ namespace tavik::quick {
 
 class OnScreenWatcher;
 
+/// A single-shot timer that never fires before its delay: Qt's default coarse timers
+/// may fire up to 5% early, and these delays are promises (an ad stays up at least so
+/// long). It runs as a precise timer and, should the event loop still wake it early,
+/// checks a monotonic clock and waits for the rest.
+class DeadlineTimer : public QObject {
+  Q_OBJECT
+
+ public:
+  explicit DeadlineTimer(QObject* parent = nullptr);
+
+  /// (Re)starts it: `timeout` after `seconds` (0 or less: on the next turn of the loop).
+  void start(double seconds);
+  void stop();
+  bool isActive() const { return timer_.isActive(); }
+
+ Q_SIGNALS:
+  void timeout();
+
+ private:
+  void fired();
+
+  QTimer timer_;
+  QElapsedTimer clock_;
+  qint64 delayNs_ = 0;
+};
+
 /// The logic of `InterstitialAdView`: where the ad block goes, and the two timers. Both
-/// start together when the view first appears: the close button shows after
-/// `closeButtonSec` (5 s when absent), the view asks to be dismissed after
-/// `autoCloseSec` (10 s when absent). Dismissal (close button, automatic close, Escape
-/// once the button shows) happens once. Timers stop when the view goes.
+/// start together each time the view appears (its window shown again, for instance)
+/// with their full delays: the close button shows after `closeButtonSec` (5 s when
+/// absent), the view asks to be dismissed after `autoCloseSec` (10 s when absent). They
+/// stop when the view disappears; a close button already shown stays. Neither fires
+/// before its delay (precise timers, checked against a monotonic clock). Dismissal
+/// (close button, automatic close, Escape once the button shows) happens once.
 class InterstitialAdViewBase : public QQuickItem {
   Q_OBJECT
   QML_ELEMENT
@@ -30,6 +59,7 @@ class InterstitialAdViewBase : public QQuickItem {
   Q_PROPERTY(bool isDismissed READ isDismissed NOTIFY dismissedChanged)
   Q_PROPERTY(qreal closeButtonDelay READ closeButtonDelay NOTIFY adChanged)
   Q_PROPERTY(qreal autoCloseDelay READ autoCloseDelay NOTIFY adChanged)
+  Q_PROPERTY(bool onScreen READ onScreen NOTIFY onScreenChanged)
 
  public:
   explicit InterstitialAdViewBase(QQuickItem* parent = nullptr);
@@ -48,6 +78,7 @@ class InterstitialAdViewBase : public QQuickItem {
   bool isDismissed() const { return dismissal_.isDismissed(); }
   qreal closeButtonDelay() const { return times().closeButton; }
   qreal autoCloseDelay() const { return times().autoClose; }
+  bool onScreen() const { return onScreen_; }
 
   /// The ad block's top-left corner for a block of this size.
   Q_INVOKABLE QPointF blockPosition(qreal width, qreal height) const;
@@ -60,6 +91,8 @@ class InterstitialAdViewBase : public QQuickItem {
   void layoutChanged();
   void showCloseButtonChanged();
   void dismissedChanged();
+  /// Emitted after the timers were started (on screen) or stopped (off screen).
+  void onScreenChanged();
   /// The manager answers by removing the overlay.
   void dismissRequested();
   /// The banner inside reports these (its QML forwards them).
@@ -71,17 +104,17 @@ class InterstitialAdViewBase : public QQuickItem {
 
  private:
   InterstitialTimes times() const;
-  void startTimers(bool onScreen);
+  void onScreenNow(bool onScreen);
 
   QmlConfig config_;
   QmlBannerAd ad_;
   QVariant position_;
   Qt::Alignment alignment_ = Qt::AlignCenter;
   bool showCloseButton_ = false;
-  bool started_ = false;
+  bool onScreen_ = false;
   DismissOnce dismissal_;
-  QTimer closeButtonTimer_;
-  QTimer autoCloseTimer_;
+  DeadlineTimer closeButtonTimer_;
+  DeadlineTimer autoCloseTimer_;
   OnScreenWatcher* watcher_ = nullptr;
 };
 
