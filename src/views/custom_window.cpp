@@ -137,7 +137,10 @@ void CustomWindow::setFullScreen(bool flag) {
   } else {
     initialFrame_ = toQRect(quick::overlay::leavingFullScreen(toRect(initialFrame_),
                                                               {screen.width(), screen.height()}));
-    place(initialFrame_);
+    // The window may have shrunk since the panel was put up.
+    place(
+        toQRect(quick::overlay::keptInside(toRect(initialFrame_), {screen.width(), screen.height()},
+                                           {insets_[0], insets_[1], insets_[2], insets_[3]})));
   }
 }
 
@@ -147,8 +150,14 @@ void CustomWindow::handleDragEnded(QPointF translation) {
   const QRectF frame = toQRect(quick::overlay::afterDrag(
       toRect(windowFrame_), {translation.x(), translation.y()}, {screen.width(), screen.height()},
       {insets_[0], insets_[1], insets_[2], insets_[3]}));
-  initialFrame_ = frame;
+  if (returnsToDraggedFrame_) initialFrame_ = frame;
   place(frame);
+}
+
+void CustomWindow::setReturnsToDraggedFrame(bool on) {
+  if (on == returnsToDraggedFrame_) return;
+  returnsToDraggedFrame_ = on;
+  Q_EMIT returnsToDraggedFrameChanged();
 }
 
 void CustomWindow::windowResized() {
@@ -161,7 +170,7 @@ void CustomWindow::windowResized() {
   const QRectF frame =
       toQRect(quick::overlay::keptInside(toRect(windowFrame_), {screen.width(), screen.height()},
                                          {insets_[0], insets_[1], insets_[2], insets_[3]}));
-  initialFrame_ = frame;
+  if (returnsToDraggedFrame_) initialFrame_ = frame;
   place(frame);
 }
 

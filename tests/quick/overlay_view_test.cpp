@@ -2,15 +2,20 @@
 // geometry, timers, dismissal, and the events on the sandbox's log.
 #include <gtest/gtest.h>
 
+#include <QFont>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickView>
 #include <QSignalSpy>
 #include <QTest>
+#include <algorithm>
+#include <memory>
 
 #include "support/sandbox_fixture.h"
 #include "support/scripted_media_player.h"
 #include "tavik/views/views.h"
+#include "views/overlay_items.h"
+#include "views/view_logic.h"
 
 namespace tavik::test {
 namespace {
@@ -60,7 +65,11 @@ TEST(Interstitial, CoversTheWindowAboveHostItemsAndClosesItselfOnce) {
   ASSERT_TRUE(manager);
   auto* overlay = static_cast<InterstitialAdViewManager*>(manager.get())->customWindow.get();
   QSignalSpy dismissed(overlay, &CustomWindow::dismissed);
-  manager->showAd(adWith("au_interstitial", 1, 2), {});
+  InterstitialAdSettings settings;
+  settings.width = 200;
+  settings.adLabelText = "Ad";
+  settings.adLabelAlignment = Qt::AlignBottom | Qt::AlignRight;
+  manager->showAd(adWith("au_interstitial", 1, 2), settings);
   QQuickItem* layer = overlay->host();
   ASSERT_TRUE(layer);
   EXPECT_EQ(layer->parentItem(), host.contentItem());
@@ -75,6 +84,11 @@ TEST(Interstitial, CoversTheWindowAboveHostItemsAndClosesItselfOnce) {
   QObject* view = layer->findChild<QObject*>(QStringLiteral("adBlock"))->parent();
   ASSERT_TRUE(view);
   EXPECT_FALSE(view->property("showCloseButton").toBool());
+  auto* banner = layer->findChild<QQuickItem*>(QStringLiteral("banner"));
+  ASSERT_TRUE(banner);
+  EXPECT_EQ(banner->property("adLabelAlignment").toInt(), int(Qt::AlignBottom | Qt::AlignRight));
+  EXPECT_EQ(banner->property("adLabelText").toString(), QStringLiteral("Ad"));
+  EXPECT_DOUBLE_EQ(banner->property("frameWidth").toDouble(), 200);
   ASSERT_TRUE(spinUntil([&] { return view->property("showCloseButton").toBool(); }, 3000));
   ASSERT_TRUE(spinUntil([&] { return !overlay->shown(); }, 3000));
   spinUntil([] { return false; }, 300);
@@ -131,6 +145,118 @@ TEST(Interstitial, CloseAndAutoCloseTogetherDismissOnceAndEscapeWaitsForTheButto
   EXPECT_TRUE(spinUntil([&] { return !overlay->shown(); }));
 }
 
+// One interstitial's moments on a shared monotonic clock, in nanoseconds: when it last
+// came on screen (its timers start just before), when its close button showed, when it
+// asked to be dismissed. Taken in slots that run after the view's own, so a measured
+// delay is never longer than the real one.
+struct Moments {
+  Moments(quick::InterstitialAdViewBase* view, const QElapsedTimer& clock) {
+    QObject::connect(view, &quick::InterstitialAdViewBase::onScreenChanged, &receiver,
+                     [view, &clock, this] {
+                       if (view->onScreen()) appeared = clock.nsecsElapsed();
+                     });
+    QObject::connect(view, &quick::InterstitialAdViewBase::showCloseButtonChanged, &receiver,
+                     [&clock, this] { button = clock.nsecsElapsed(); });
+    QObject::connect(view, &quick::InterstitialAdViewBase::dismissRequested, &receiver,
+                     [&clock, this] { dismissed = clock.nsecsElapsed(); });
+  }
+  QObject receiver;
+  qint64 appeared = -1;
+  qint64 button = -1;
+  qint64 dismissed = -1;
+};
+
+quick::InterstitialAdViewBase* interstitialOf(CustomWindow* overlay) {
+  if (!overlay->host()) return nullptr;
+  return overlay->host()->findChild<quick::InterstitialAdViewBase*>();
+}
+
+constexpr qint64 kSecond = 1'000'000'000;
+// "Within a frame or two" on an idle machine; CI runs two suites at once under
+// sanitizers, so the upper bound leaves room for a busy event loop.
+constexpr qint64 kLate = 250'000'000;
+
+// Hidden and shown again, the interstitial starts both timers again with their full
+// delays: before its close button, after it, and just before it would have closed.
+TEST(Interstitial, AWindowHiddenAndShownAgainStartsTheTimersAgain) {
+  HostWindow host;
+  auto manager = quick::views(TAVIK::shared()).interstitialAdView();
+  auto* overlay = static_cast<InterstitialAdViewManager*>(manager.get())->customWindow.get();
+  QElapsedTimer clock;
+  clock.start();
+  auto hideAndShowAfter = [&](const Moments& m, qint64 at) {
+    while (clock.nsecsElapsed() - m.appeared < at) QTest::qWait(10);
+    host.view.hide();
+    EXPECT_TRUE(spinUntil([&] { return !interstitialOf(overlay)->onScreen(); }));
+    QTest::qWait(400);  // longer than what was left: nothing fires while hidden
+    EXPECT_TRUE(overlay->shown());
+    EXPECT_EQ(m.dismissed, -1);
+    const qint64 hiddenAt = m.appeared;
+    host.view.show();
+    EXPECT_TRUE(spinUntil([&] { return m.appeared != hiddenAt; }));
+  };
+
+  struct Case {
+    const char* moment;
+    qint64 hideAt;
+    bool buttonBefore;  // the close button was showing when the window went
+  };
+  for (const Case& c : {Case{"before the close button", kSecond / 2, false},
+                        Case{"after the close button", kSecond * 13 / 10, true},
+                        Case{"just before the automatic close", kSecond * 18 / 10, true}}) {
+    SCOPED_TRACE(c.moment);
+    manager->showAd(adWith("au_interstitial", 1, 2), {});
+    quick::InterstitialAdViewBase* view = interstitialOf(overlay);
+    ASSERT_TRUE(view);
+    Moments m(view, clock);
+    ASSERT_TRUE(spinUntil([&] { return m.appeared >= 0; }));
+    const qint64 firstAppeared = m.appeared;
+    hideAndShowAfter(m, c.hideAt);
+    EXPECT_EQ(view->showCloseButton(), c.buttonBefore);
+    ASSERT_TRUE(spinUntil([&] { return !overlay->shown(); }, 4000)) << "never closed";
+    EXPECT_GE(m.dismissed - m.appeared, 2 * kSecond);  // the full delay from the return
+    EXPECT_LT(m.dismissed - m.appeared, 2 * kSecond + kLate);
+    EXPECT_GE(m.dismissed - firstAppeared, 2 * kSecond + c.hideAt);
+    if (!c.buttonBefore) {
+      EXPECT_GE(m.button - m.appeared, kSecond);
+      EXPECT_LT(m.button - m.appeared, kSecond + kLate);
+    }
+  }
+}
+
+// The delays are promises: never a moment early (Qt's default coarse timers may fire up
+// to 5% early, depending on where in the millisecond grid they start), and on time.
+// Several interstitials, started at staggered moments, each keep both.
+TEST(Interstitial, TimersNeverFireEarly) {
+  HostWindow host;
+  QElapsedTimer clock;
+  clock.start();
+  std::vector<std::unique_ptr<InterstitialAdViewProtocol>> managers;
+  std::vector<std::unique_ptr<Moments>> moments;
+  for (int i = 0; i < 6; ++i) {
+    managers.push_back(quick::views(TAVIK::shared()).interstitialAdView());
+    managers.back()->showAd(adWith("au_interstitial", 1, 2), {});
+    auto* overlay =
+        static_cast<InterstitialAdViewManager*>(managers.back().get())->customWindow.get();
+    ASSERT_TRUE(interstitialOf(overlay));
+    moments.push_back(std::make_unique<Moments>(interstitialOf(overlay), clock));
+    QTest::qWait(37 + 11 * i);
+  }
+  ASSERT_TRUE(spinUntil(
+      [&] {
+        return std::all_of(moments.begin(), moments.end(),
+                           [](const auto& m) { return m->dismissed >= 0; });
+      },
+      6000));
+  for (const auto& m : moments) {
+    ASSERT_GE(m->appeared, 0);
+    EXPECT_GE(m->button - m->appeared, kSecond);
+    EXPECT_LT(m->button - m->appeared, kSecond + kLate);
+    EXPECT_GE(m->dismissed - m->appeared, 2 * kSecond);
+    EXPECT_LT(m->dismissed - m->appeared, 2 * kSecond + kLate);
+  }
+}
+
 TEST(Interstitial, OtherTemplatesAndNoWindowShowNothing) {
   SandboxFixture::shared();
   auto manager = quick::views(TAVIK::shared()).interstitialAdView();
@@ -165,6 +291,24 @@ TEST_F(PictureInPicture, StartsInTheCornerDragsClampedAndTogglesFullScreen) {
   QPoint at(234, 666);
   QTest::mousePress(&host.view, Qt::LeftButton, {}, at);
   for (int i = 1; i <= 10; ++i) QTest::mouseMove(&host.view, at + QPoint(-10 * i, -30 * i));
+  {
+    // While the finger moves, the whole panel follows it: the dark rounded background
+    // with the content, not the content alone.
+    auto* panel = overlay->host()->findChild<QQuickItem*>(QStringLiteral("panel"));
+    ASSERT_TRUE(panel);
+    EXPECT_EQ(panel->position(), QPointF(-100, -300));
+    auto* slot = overlay->host()->findChild<QQuickItem*>(QStringLiteral("contentSlot"));
+    ASSERT_TRUE(slot);
+    EXPECT_EQ(slot->parentItem(), panel);
+    int backgrounds = 0;
+    for (QQuickItem* child : panel->childItems()) {
+      if (child != slot && child->isVisible()) {
+        ++backgrounds;
+        EXPECT_EQ(child->mapToScene({0, 0}), QPointF(84 - 100, 566 - 300));
+      }
+    }
+    EXPECT_EQ(backgrounds, 1);
+  }
   QTest::mouseRelease(&host.view, Qt::LeftButton, {}, at + QPoint(-100, -300));
   EXPECT_EQ(overlay->windowFrame(), QRectF(0, 266, 300, 200));  // 84 - 100 stops at the left edge
   overlay->handleDragEnded({-200, -1000});
@@ -176,7 +320,16 @@ TEST_F(PictureInPicture, StartsInTheCornerDragsClampedAndTogglesFullScreen) {
   overlay->handleDragEnded({-50, -50});  // no drags in full screen
   EXPECT_EQ(overlay->windowFrame(), QRectF(0, 0, 400, 800));
   overlay->setFullScreen(false);
+  // Back to the frame it was first shown at, not to where it was dragged.
+  EXPECT_EQ(overlay->windowFrame(), QRectF(84, 566, 300, 200));
+  // Opted in, it goes back to where the shopper dragged it.
+  overlay->setReturnsToDraggedFrame(true);
+  overlay->handleDragEnded({16, 34});
   EXPECT_EQ(overlay->windowFrame(), QRectF(100, 600, 300, 200));
+  overlay->setFullScreen(true);
+  overlay->setFullScreen(false);
+  EXPECT_EQ(overlay->windowFrame(), QRectF(100, 600, 300, 200));
+  overlay->setReturnsToDraggedFrame(false);
   // The window shrinks: the panel stays inside.
   host.view.resize(350, 500);
   ASSERT_TRUE(spinUntil([&] { return overlay->windowFrame() == QRectF(50, 300, 300, 200); }));
@@ -207,6 +360,8 @@ TEST_F(PictureInPicture, OneImpressionAcrossHideAndShowAClickPerTapAndSilenceAft
   spinUntil([] { return false; }, 100);
   overlay->host()->setVisible(true);
   ASSERT_TRUE(spinUntil([&] { return appeared == 2; }));
+  ASSERT_TRUE(ScriptedMediaPlayer::last());
+  EXPECT_TRUE(spinUntil([] { return ScriptedMediaPlayer::last()->isPlaying(); }));
   QObject* view = overlay->host()->findChild<QObject*>(QStringLiteral("video"))->parent();
   QMetaObject::invokeMethod(view, "tap");
   QMetaObject::invokeMethod(view, "tap");
@@ -229,6 +384,70 @@ TEST_F(PictureInPicture, OneImpressionAcrossHideAndShowAClickPerTapAndSilenceAft
   const auto progressAfterClose = eventsOf("/events", "funnel_video_progress").size();
   spinUntil([] { return false; }, 300);
   EXPECT_EQ(eventsOf("/events", "funnel_video_progress").size(), progressAfterClose);
+}
+
+QRectF sceneRect(QQuickItem* item) {
+  return item->mapRectToScene(QRectF(0, 0, item->width(), item->height()));
+}
+
+// The controls row, left to right: the label's column filling what is left, the column
+// of the full-screen and close buttons, then the sound switch in its corner. The
+// full-screen button follows its overlay's state, also after a tap.
+TEST_F(PictureInPicture, ControlsInTheirOrderAndTheFullScreenIconFollowsTheOverlay) {
+  HostWindow host;
+  auto manager = quick::views(TAVIK::shared()).pipAdView();
+  auto* overlay = static_cast<PIPAdViewManager*>(manager.get())->customWindow.get();
+  PIPAdSettings settings;
+  settings.width = 300;
+  settings.height = 200;
+  settings.adLabelText = "Ad";
+  settings.adLabelAlignment = Qt::AlignTop | Qt::AlignRight;
+  manager->showAd(adWith("au_video_banner", {}, {}), settings);
+  ASSERT_TRUE(overlay->host());
+  auto item = [&](const char* name) {
+    return overlay->host()->findChild<QQuickItem*>(QString::fromLatin1(name));
+  };
+  QQuickItem* label = item("labelColumn");
+  QQuickItem* buttons = item("buttonColumn");
+  QQuickItem* fullScreen = item("fullScreenButton");
+  QQuickItem* close = item("closeButton");
+  QQuickItem* mute = item("muteControl");
+  ASSERT_TRUE(label && buttons && fullScreen && close && mute);
+  const QRectF panel = overlay->windowFrame();
+  const QRectF labelRect = sceneRect(label), buttonsRect = sceneRect(buttons),
+               muteRect = sceneRect(mute);
+  EXPECT_DOUBLE_EQ(labelRect.left(), panel.left());
+  EXPECT_DOUBLE_EQ(labelRect.right(), buttonsRect.left());  // the label's column fills
+  EXPECT_LT(buttonsRect.right(), muteRect.left());
+  EXPECT_DOUBLE_EQ(muteRect.right(), panel.right() - 8);
+  EXPECT_DOUBLE_EQ(muteRect.bottom(), panel.bottom() - 8);
+  EXPECT_LT(sceneRect(fullScreen).top(), sceneRect(close).top());  // full screen above close
+  // The label sits top-trailing in its own column, left of the buttons.
+  QQuickItem* tag = label->childItems().value(0);
+  ASSERT_TRUE(tag);
+  EXPECT_DOUBLE_EQ(sceneRect(tag).right(), buttonsRect.left());
+  // Its text in the caption style: 12 points, regular weight, white.
+  QQuickItem* text =
+      tag->childItems().value(0) ? tag->childItems()[0]->childItems().value(0) : nullptr;
+  ASSERT_TRUE(text);
+  const QFont font = text->property("font").value<QFont>();
+  EXPECT_EQ(font.pixelSize(), 12);
+  EXPECT_EQ(font.weight(), QFont::Normal);
+  EXPECT_EQ(text->property("text").toString(), QStringLiteral("Ad"));
+
+  // A tap asks the overlay; the icon follows the overlay, whoever changes it.
+  QMetaObject::invokeMethod(fullScreen, "clicked");
+  EXPECT_TRUE(overlay->isFullScreen());
+  EXPECT_TRUE(fullScreen->property("isFullScreen").toBool());
+  overlay->setFullScreen(false);  // the host, not the button
+  EXPECT_FALSE(fullScreen->property("isFullScreen").toBool());
+  EXPECT_EQ(fullScreen->property("symbol").toString().toStdString(),
+            std::string(quick::kEnterFullScreenSymbol));
+  overlay->setFullScreen(true);
+  EXPECT_TRUE(fullScreen->property("isFullScreen").toBool());
+  QMetaObject::invokeMethod(fullScreen, "clicked");
+  EXPECT_FALSE(overlay->isFullScreen());
+  EXPECT_FALSE(fullScreen->property("isFullScreen").toBool());
 }
 
 TEST_F(PictureInPicture, EventsOnTheLog) {

@@ -36,6 +36,8 @@ class CustomWindow : public QObject {
   Q_PROPERTY(qreal panelHeight READ panelHeight NOTIFY shownChanged)
   Q_PROPERTY(qreal safeAreaTop READ safeAreaTop NOTIFY windowFrameChanged)
   Q_PROPERTY(qreal safeAreaBottom READ safeAreaBottom NOTIFY windowFrameChanged)
+  Q_PROPERTY(bool returnsToDraggedFrame READ returnsToDraggedFrame WRITE setReturnsToDraggedFrame
+                 NOTIFY returnsToDraggedFrameChanged)
 
  public:
   /// Builds the content inside `host` with `engine` (the key window's QML engine) and
@@ -53,7 +55,9 @@ class CustomWindow : public QObject {
   /// whole window. Whatever was shown before is taken down first.
   void show(const ContentBuilder& content, qreal width, qreal height, bool isDraggable,
             std::optional<QPointF> position);
-  /// Switches the panel to full window and back (to where it was, or the middle 0.8).
+  /// Switches the panel to full window and back: to the frame it was first shown at (or
+  /// the middle 0.8 when it had none), kept inside the window; with
+  /// `returnsToDraggedFrame`, to where the shopper last dragged it.
   Q_INVOKABLE void setFullScreen(bool flag);
   /// Takes everything down; harmless when nothing is shown.
   Q_INVOKABLE void dismiss();
@@ -63,6 +67,12 @@ class CustomWindow : public QObject {
   /// Safe-area insets of the key window; Qt 6.4 has none on desktop, so they start at
   /// zero. A platform that has them sets them here.
   void setSafeAreaInsets(qreal top, qreal left, qreal bottom, qreal right);
+
+  /// Off by default: leaving full screen returns the panel to the frame it was first
+  /// shown at. On: to the place the shopper last dragged it to (or the window's resize
+  /// moved it to).
+  bool returnsToDraggedFrame() const { return returnsToDraggedFrame_; }
+  void setReturnsToDraggedFrame(bool on);
 
   bool isFullScreen() const { return isFullScreen_; }
   QRectF windowFrame() const { return windowFrame_; }
@@ -80,6 +90,7 @@ class CustomWindow : public QObject {
   void isFullScreenChanged();
   void windowFrameChanged();
   void shownChanged();
+  void returnsToDraggedFrameChanged();
   /// The content was taken down (dismiss, or its window went away).
   void dismissed();
 
@@ -93,6 +104,7 @@ class CustomWindow : public QObject {
   QPointer<QQuickItem> host_;
   bool isFullScreen_ = false;
   bool isDraggable_ = false;
+  bool returnsToDraggedFrame_ = false;
   QRectF windowFrame_;
   QRectF initialFrame_;
   qreal storedWidth_ = 0;

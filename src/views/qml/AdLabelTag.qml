@@ -28,7 +28,7 @@ Item {
             text: root.labelText
             color: "white"
             font.pixelSize: 12
-            font.weight: Font.Medium
+            font.weight: Font.Normal
         }
     }
 }

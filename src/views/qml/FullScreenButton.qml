@@ -1,8 +1,11 @@
 import QtQuick
 import Tavik
 
-// Toggles full screen: a tap flips `isFullScreen`, then `fullScreenClicked(newState)`.
-// The owner binds `isFullScreen` to its own state and follows the signal.
+// Toggles full screen. `isFullScreen` is the owner's state, bound in (the overlay's
+// `isFullScreen`): a tap asks for the other state through `fullScreenClicked(newState)`
+// and the owner's change flows back through the binding. The button never writes the
+// property itself, which would cut that binding and leave the icon deaf to the owner's
+// later changes (a host calling `setFullScreen`).
 ControlButton {
     id: root
 
@@ -11,8 +14,5 @@ ControlButton {
 
     symbol: TavikMedia.fullScreenSymbol(isFullScreen)
     accessibleName: isFullScreen ? qsTr("Exit full screen") : qsTr("Full screen")
-    onClicked: {
-        isFullScreen = !isFullScreen;
-        fullScreenClicked(isFullScreen);
-    }
+    onClicked: fullScreenClicked(!isFullScreen)
 }

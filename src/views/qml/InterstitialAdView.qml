@@ -10,7 +10,10 @@ InterstitialAdViewBase {
     property real adWidth: -1
     property real adHeight: -1
     property string adLabelText
-    property int adLabelAlignment: Qt.AlignTop | Qt.AlignLeft
+    // Qt.AlignTop | Qt.AlignLeft, written as a literal: a literal is set when the item is
+    // made, so the value a manager sets before the item completes is kept (an expression
+    // would be evaluated at completion and overwrite it).
+    property int adLabelAlignment: 33
 
     anchors.fill: parent
     focus: true

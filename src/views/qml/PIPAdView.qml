@@ -1,13 +1,16 @@
 import QtQuick
 import Tavik
 
-// A video ad in the floating panel: tap for the ad, full screen and close buttons on
-// the right, the sound switch in the bottom-right corner, the ad label where asked.
+// A video ad in the floating panel: tap for the ad, the ad label where asked, the full
+// screen and close buttons, the sound switch in the bottom-right corner.
 PIPAdViewBase {
     id: root
 
     property string adLabelText
-    property int adLabelAlignment: Qt.AlignTop | Qt.AlignLeft
+    // Qt.AlignTop | Qt.AlignLeft, written as a literal: a literal is set when the item is
+    // made, so the value a manager sets before the item completes is kept (an expression
+    // would be evaluated at completion and overwrite it).
+    property int adLabelAlignment: 33
 
     anchors.fill: parent
     Accessible.role: Accessible.Pane
@@ -28,24 +31,33 @@ PIPAdViewBase {
         onTapped: root.tap()
     }
 
-    AdLabelTag {
-        id: tag
-        visible: root.adLabelText !== ""
-        labelText: root.adLabelText
-        x: TavikMedia.labelPosition(root.width - buttons.width, root.height, width, height,
-                                    root.adLabelAlignment).x
-        y: TavikMedia.labelPosition(root.width - buttons.width, root.height, width, height,
-                                    root.adLabelAlignment).y
-    }
+    // The controls row, left to right: the label's column filling the room that is left,
+    // the column of the full-screen and close buttons, then the sound switch, whose
+    // column is as wide as the switch and its 8-point margins, the switch in its
+    // bottom-trailing corner.
+    Item {
+        id: labelColumn
+        objectName: "labelColumn"
+        width: root.width - buttons.width - muteColumn.width
+        height: root.height
 
-    MuteButton {
-        objectName: "muteButton"
-        videoManager: video.videoManager
+        AdLabelTag {
+            id: tag
+            readonly property point place: TavikMedia.labelPosition(labelColumn.width,
+                                                                   labelColumn.height,
+                                                                   width, height,
+                                                                   root.adLabelAlignment)
+            visible: root.adLabelText !== ""
+            labelText: root.adLabelText
+            x: place.x
+            y: place.y
+        }
     }
 
     Column {
         id: buttons
-        anchors.right: parent.right
+        objectName: "buttonColumn"
+        anchors.right: muteColumn.left
         anchors.top: parent.top
         z: 2
 
@@ -57,6 +69,19 @@ PIPAdViewBase {
         CloseButton {
             objectName: "closeButton"
             onCloseClicked: root.dismissAd()
+        }
+    }
+
+    Item {
+        id: muteColumn
+        objectName: "muteColumn"
+        anchors.right: parent.right
+        width: 36
+        height: root.height
+
+        MuteButton {
+            objectName: "muteButton"
+            videoManager: video.videoManager
         }
     }
 }
