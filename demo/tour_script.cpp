@@ -119,8 +119,12 @@ void Tour::buildSteps() {
          }
        },
        [=, this] {
+         // One search field (the page's; the header hides its own) and a count that
+         // reads as one.
          return shown("searchPage") && !shop_->property("searching").toBool() &&
-                count("results") == 4 && picturesLoaded(item("searchPage")) &&
+                count("results") == 4 && !item("headerSearch")->isVisible() &&
+                item("resultCount")->property("text").toString() == QLatin1String("4 results") &&
+                picturesLoaded(item("searchPage")) &&
                 formatDrawn("sponsored listings (search)",
                             find(QStringLiteral("tileImage"), item("result-0")));
        }},

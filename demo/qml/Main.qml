@@ -47,6 +47,7 @@ Window {
         anchors.right: parent.right
         shop: app.shop
         inspectorOpen: app.inspectorOpen
+        showSearch: app.page !== "search"
         onSearchRequested: app.go("search")
         onCartRequested: app.go("cart")
         onInspectorToggled: app.inspectorOpen = !app.inspectorOpen

@@ -123,9 +123,15 @@ Item {
             }
 
             Text {
+                objectName: "resultCount"
                 x: 16
                 visible: root.searched
-                text: root.shop.searching ? qsTr("Searching…") : qsTr("%n result(s)", "", root.shop.results.length)
+                text: {
+                    const n = root.shop.results.length;
+                    if (root.shop.searching)
+                        return qsTr("Searching…");
+                    return n === 1 ? qsTr("1 result") : qsTr("%1 results").arg(n);
+                }
                 color: Theme.muted
                 font.pixelSize: 13
             }

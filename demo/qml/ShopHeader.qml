@@ -1,18 +1,19 @@
 import QtQuick
 import TavikShop
 
-// The shop's name, a search field that opens the search page, the inspector switch and
-// the cart with its badge.
+// The shop's name, a search field that opens the search page (hidden on that page, which
+// has its own), the inspector switch and the cart with its badge.
 Rectangle {
     id: root
 
     property Shop shop
     property bool inspectorOpen
+    property bool showSearch: true
     signal searchRequested
     signal cartRequested
     signal inspectorToggled
 
-    height: 112
+    height: showSearch ? 112 : 58
     color: Theme.brand
 
     Text {
@@ -76,6 +77,8 @@ Rectangle {
     }
 
     Rectangle {
+        objectName: "headerSearch"
+        visible: root.showSearch
         x: 16
         width: parent.width - 32
         y: 58
