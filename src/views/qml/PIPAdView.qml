@@ -43,14 +43,12 @@ PIPAdViewBase {
 
         AdLabelTag {
             id: tag
-            readonly property point place: TavikMedia.labelPosition(labelColumn.width,
-                                                                   labelColumn.height,
-                                                                   width, height,
-                                                                   root.adLabelAlignment)
             visible: root.adLabelText !== ""
             labelText: root.adLabelText
-            x: place.x
-            y: place.y
+            x: TavikMedia.labelPosition(labelColumn.width, labelColumn.height, width, height,
+                                        root.adLabelAlignment).x
+            y: TavikMedia.labelPosition(labelColumn.width, labelColumn.height, width, height,
+                                        root.adLabelAlignment).y
         }
     }
 
