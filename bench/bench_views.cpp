@@ -309,7 +309,7 @@ int main(int argc, char** argv) {
     }
     QQuickItem* item = banners->showAd(*banner, settings, stage.root());
     stage.nextFrame();
-    auto* watcher = item->findChild<quick::OnScreenWatcher*>();
+    auto* watcher = item->findChild<quick::AdAppearance*>();
     for (int i = 0; watcher && i < 1000; ++i) {
       item->setVisible(false);
       watcher->check();

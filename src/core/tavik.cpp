@@ -51,6 +51,10 @@ TAVIK::Builder& TAVIK::Builder::debug(bool value) {
   debug_ = value;
   return *this;
 }
+TAVIK::Builder& TAVIK::Builder::impressionOnViewable(bool value) {
+  impressionOnViewable_ = value;
+  return *this;
+}
 TAVIK::Builder& TAVIK::Builder::trustedCaBundle(std::string pemFile) {
   trustedCaBundle_ = std::move(pemFile);
   return *this;
@@ -74,6 +78,7 @@ TAVIK TAVIK::Builder::build() const {
   Config config;
   config.clientId = *clientId_;
   config.debug = debug_;
+  config.impressionOnViewable = impressionOnViewable_;
   config.registerEvent = RegisterEventConfig{"https://" + eventTrackingHost_};
   config.displayAds = DisplayAdsConfig{"https://" + displayAdsHost_};
   config.plaAds = PlaAdsConfig{"https://" + productAdsHost_};

@@ -1,6 +1,7 @@
 #include "video/video_ad_view.h"
 
 #include "tavik/core/tavik.h"
+#include "tavik/video/media_player.h"
 #include "views/appearance.h"
 
 namespace tavik::quick {
@@ -18,9 +19,9 @@ VideoAdViewBase::VideoAdViewBase(QQuickItem* parent)
     : QQuickItem(parent), config_(installedConfig()) {}
 
 VideoAdViewBase::~VideoAdViewBase() {
-  // The watcher must not report to a half-destroyed view while the item dies.
-  delete watcher_;
-  watcher_ = nullptr;
+  // The appearance must not report to a half-destroyed view while the item dies.
+  delete appearance_;
+  appearance_ = nullptr;
   disappear(/*notify=*/false);
   if (manager_) {
     // The manager (and its player) goes before the frames' item does.
@@ -75,11 +76,18 @@ void VideoAdViewBase::componentComplete() {
                                     uclid_.toStdString(), url_.toStdString(),
                                     progressTrackInterval_, nullptr, this);
   if (videoOutput_) manager_->player()->setVideoOutput(videoOutput_);
+  connect(manager_->player(), &MediaPlayer::playingChanged, this, &VideoAdViewBase::playingChanged);
   Q_EMIT videoManagerChanged();
 
-  watcher_ = new OnScreenWatcher(this);
-  connect(watcher_, &OnScreenWatcher::onScreenChanged, this, &VideoAdViewBase::setOnScreen);
-  setOnScreen(watcher_->onScreen());
+  appearance_ = new AdAppearance(this);
+  appearance_->setVideo(true);
+  connect(appearance_, &AdAppearance::appeared, this, &VideoAdViewBase::appear);
+  connect(appearance_, &AdAppearance::disappeared, this, [this] { disappear(); });
+  setOnScreen(appearance_->onScreen());
+}
+
+bool VideoAdViewBase::playing() const {
+  return manager_ && manager_->player()->isPlaying();
 }
 
 void VideoAdViewBase::setOnScreen(bool onScreen) {

@@ -11,7 +11,7 @@
 
 namespace tavik::quick {
 
-class OnScreenWatcher;
+class AdAppearance;
 
 /// The logic of `VideoAdView` (VideoAdView.qml draws it): one video ad, played through
 /// a `VideoPlayerManager` that the view makes once its declaration is complete, from the
@@ -33,6 +33,7 @@ class VideoAdViewBase : public QQuickItem {
   Q_PROPERTY(tavik::VideoPlayerManager* videoManager READ videoManager NOTIFY videoManagerChanged)
   Q_PROPERTY(QObject* videoOutput READ videoOutput WRITE setVideoOutput NOTIFY videoOutputChanged)
   Q_PROPERTY(bool active READ active NOTIFY activeChanged)
+  Q_PROPERTY(bool playing READ playing NOTIFY playingChanged)
 
  public:
   /// The period of progress events when none is given.
@@ -59,6 +60,8 @@ class VideoAdViewBase : public QQuickItem {
   void setVideoOutput(QObject* output);
   /// True while the view is on screen and its video plays.
   bool active() const { return active_; }
+  /// Whether the video is playing now (loaded, not paused).
+  bool playing() const;
 
  Q_SIGNALS:
   void configChanged();
@@ -69,6 +72,7 @@ class VideoAdViewBase : public QQuickItem {
   void videoManagerChanged();
   void videoOutputChanged();
   void activeChanged();
+  void playingChanged();
 
  protected:
   void componentComplete() override;
@@ -85,7 +89,7 @@ class VideoAdViewBase : public QQuickItem {
   int progressTrackInterval_ = kDefaultProgressTrackInterval;
   VideoPlayerManager* manager_ = nullptr;  // a child of the view
   QPointer<QObject> videoOutput_;
-  OnScreenWatcher* watcher_ = nullptr;
+  AdAppearance* appearance_ = nullptr;
   bool active_ = false;
 };
 

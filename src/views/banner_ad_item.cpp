@@ -19,27 +19,54 @@ LabelAlignment labelAlignmentFrom(Qt::Alignment alignment) {
   return result;
 }
 
-BannerAdViewBase::BannerAdViewBase(QQuickItem* parent) : QQuickItem(parent) {
+BannerAdViewBase::BannerAdViewBase(QQuickItem* parent)
+    : QQuickItem(parent), appearance_(new AdAppearance(this)) {
   if (const TAVIK* sdk = TAVIK::installed()) config_ = QmlConfig(sdk->config());
   setFlag(ItemHasContents, false);
+  appearance_->setImpressionOnViewable(config_.impressionOnViewable());
+  appearance_->setDrawable(false);  // until it has an ad it can draw
+  connect(appearance_, &AdAppearance::impressionDue, this, &BannerAdViewBase::reportImpression);
+  connect(appearance_, &AdAppearance::appeared, this, [this] {
+    Q_EMIT onScreenChanged();
+    Q_EMIT adAppear(ad_);
+  });
+  connect(appearance_, &AdAppearance::disappeared, this, &BannerAdViewBase::onScreenChanged);
+  connect(appearance_, &AdAppearance::visibleFractionChanged, this,
+          &BannerAdViewBase::visibleFractionChanged);
+  connect(appearance_, &AdAppearance::becameViewable, this, [this] {
+    Q_EMIT viewableReportedChanged();
+    Q_EMIT viewable(ad_);
+  });
 }
 
 BannerAdViewBase::~BannerAdViewBase() {
-  // The watcher would otherwise outlive this part of the object while the item tears
+  // The appearance would otherwise outlive this part of the object while the item tears
   // down its window.
-  delete watcher_;
+  delete appearance_;
 }
 
 void BannerAdViewBase::componentComplete() {
   QQuickItem::componentComplete();
-  watcher_ = new OnScreenWatcher(this);
-  connect(watcher_, &OnScreenWatcher::onScreenChanged, this, &BannerAdViewBase::onScreenNow);
   relayout();
+}
+
+bool BannerAdViewBase::onScreen() const {
+  return appearance_->onScreen();
+}
+bool BannerAdViewBase::impressionReported() const {
+  return appearance_->impressionReported();
+}
+qreal BannerAdViewBase::visibleFraction() const {
+  return appearance_->visibleFraction();
+}
+bool BannerAdViewBase::viewableReported() const {
+  return appearance_->viewableReported();
 }
 
 void BannerAdViewBase::setConfig(const QmlConfig& config) {
   if (config == config_) return;
   config_ = config;
+  appearance_->setImpressionOnViewable(config_.impressionOnViewable());
   Q_EMIT configChanged();
 }
 
@@ -51,19 +78,31 @@ void BannerAdViewBase::setAd(const QmlBannerAd& ad) {
   ad_ = ad;
   if (otherAd) {
     // A different ad is a new view of it: its own first appearance and impression.
-    const bool reported = tracker_.isAppear();
-    tracker_ = AppearanceTracker();
+    const bool reported = appearance_->impressionReported();
+    appearance_->reset();
     if (reported) Q_EMIT impressionReportedChanged();
   }
   Q_EMIT adChanged();
   relayout();
-  if (watcher_) onScreenNow(watcher_->onScreen());
 }
 
 void BannerAdViewBase::setImpressionReported(bool reported) {
-  if (!reported || tracker_.isAppear()) return;
-  tracker_.markReported();
+  if (!reported || appearance_->impressionReported()) return;
+  appearance_->markImpressionReported();
   Q_EMIT impressionReportedChanged();
+}
+
+void BannerAdViewBase::setViewableReported(bool reported) {
+  if (!reported || viewableReported()) return;
+  appearance_->markViewableReported();
+  Q_EMIT viewableReportedChanged();
+}
+
+void BannerAdViewBase::setVideoPlaying(bool playing) {
+  if (playing == videoPlaying_) return;
+  videoPlaying_ = playing;
+  appearance_->setPlaying(playing);
+  Q_EMIT videoPlayingChanged();
 }
 
 void BannerAdViewBase::setAdWidth(qreal width) {
@@ -123,21 +162,18 @@ void BannerAdViewBase::relayout() {
     Q_EMIT layoutChanged();
     Q_EMIT labelPositionChanged();
   }
-  if (watcher_) watcher_->requestCheck();
+  const CreativeKind kind = creativeKindProperty();
+  appearance_->setVideo(kind == Video);
+  appearance_->setDrawable(kind != None);
+  appearance_->requestCheck();
 }
 
-void BannerAdViewBase::onScreenNow(bool onScreen) {
-  const bool drawable = creativeKindProperty() != None;
-  const auto change = tracker_.update(onScreen && drawable);
-  Q_EMIT onScreenChanged();
-  if (!change.appeared) return;
+void BannerAdViewBase::reportImpression() {
+  if (!ad_.ad()) return;
   const BannerAd& ad = *ad_.ad();
-  if (change.reportImpression) {
-    if (config_.valid())
-      detail::reportImpression(*config_.config(), ad.cliUbid.value_or(""), ad.uclid);
-    Q_EMIT impressionReportedChanged();
-  }
-  Q_EMIT adAppear(ad_);
+  if (config_.valid())
+    detail::reportImpression(*config_.config(), ad.cliUbid.value_or(""), ad.uclid);
+  Q_EMIT impressionReportedChanged();
 }
 
 void BannerAdViewBase::tap() {

@@ -10,7 +10,7 @@
 
 namespace tavik::quick {
 
-class OnScreenWatcher;
+class AdAppearance;
 
 /// Converts Qt's alignment flags (Qt.AlignLeft | Qt.AlignTop, ...) to the label
 /// placement; a missing axis means the centre.
@@ -22,8 +22,10 @@ LabelAlignment labelAlignmentFrom(Qt::Alignment alignment);
 /// - The frame is `adWidth` × `adHeight` when set (0 or more; -1 is unset), else the
 ///   creative's size, capped by the screen limits; an ad that cannot be drawn has an
 ///   empty frame and reports nothing.
-/// - The first time the banner is on screen it reports the impression; `adAppear` is
-///   emitted on every appearance. A different ad (another `uclid`) starts over.
+/// - The first time the banner is on screen it reports the impression (or when it
+///   becomes viewable, with the configuration's `impressionOnViewable`); `adAppear` is
+///   emitted on every appearance, `viewable` once. A different ad (another `uclid`)
+///   starts over.
 /// - `tap()` reports a click and emits `adClicked`, every time.
 class BannerAdViewBase : public QQuickItem {
   Q_OBJECT
@@ -44,6 +46,10 @@ class BannerAdViewBase : public QQuickItem {
   Q_PROPERTY(bool onScreen READ onScreen NOTIFY onScreenChanged)
   Q_PROPERTY(bool impressionReported READ impressionReported WRITE setImpressionReported NOTIFY
                  impressionReportedChanged)
+  Q_PROPERTY(qreal visibleFraction READ visibleFraction NOTIFY visibleFractionChanged)
+  Q_PROPERTY(bool viewableReported READ viewableReported WRITE setViewableReported NOTIFY
+                 viewableReportedChanged)
+  Q_PROPERTY(bool videoPlaying READ videoPlaying WRITE setVideoPlaying NOTIFY videoPlayingChanged)
 
  public:
   enum CreativeKind { None, Image, Video };
@@ -75,11 +81,20 @@ class BannerAdViewBase : public QQuickItem {
   qreal frameHeight() const { return frame_.height; }
   CreativeKind creativeKindProperty() const;
   QString adCliUbid() const { return ad_.cliUbid(); }
-  bool onScreen() const { return tracker_.onScreen(); }
-  bool impressionReported() const { return tracker_.isAppear(); }
+  bool onScreen() const;
+  bool impressionReported() const;
   /// Setting true tells a rebuilt card that its impression went out already (a
   /// carousel keeps that across the card instances its list makes).
   void setImpressionReported(bool reported);
+  /// How much of the banner is on screen now, 0..1.
+  qreal visibleFraction() const;
+  /// Whether the banner became viewable; setting true tells a rebuilt card it did.
+  bool viewableReported() const;
+  void setViewableReported(bool reported);
+  /// A video banner's clock of viewability runs only while its video plays (the QML
+  /// binds this to its player).
+  bool videoPlaying() const { return videoPlaying_; }
+  void setVideoPlaying(bool playing);
 
   /// A tap (or Enter/Space on the focused banner): reports a click, emits `adClicked`.
   Q_INVOKABLE void tap();
@@ -94,6 +109,13 @@ class BannerAdViewBase : public QQuickItem {
   void labelPositionChanged();
   void onScreenChanged();
   void impressionReportedChanged();
+  void visibleFractionChanged();
+  void viewableReportedChanged();
+  void videoPlayingChanged();
+  /// The ad became viewable: at least half of it on screen for a continuous second (two
+  /// seconds of playback for a video; 30% for an ad over 242,500 square pixels). Once
+  /// per view instance.
+  void viewable(const tavik::quick::QmlBannerAd& ad);
   void adAppear(const tavik::quick::QmlBannerAd& ad);
   void adClicked(const tavik::quick::QmlBannerAd& ad);
 
@@ -102,7 +124,7 @@ class BannerAdViewBase : public QQuickItem {
 
  private:
   void relayout();
-  void onScreenNow(bool onScreen);
+  void reportImpression();
 
   QmlConfig config_;
   QmlBannerAd ad_;
@@ -112,8 +134,8 @@ class BannerAdViewBase : public QQuickItem {
   Qt::Alignment adLabelAlignment_ = Qt::AlignTop | Qt::AlignLeft;
   QSizeF labelSize_;
   SizeF frame_;
-  AppearanceTracker tracker_;
-  OnScreenWatcher* watcher_ = nullptr;
+  bool videoPlaying_ = false;
+  AdAppearance* appearance_;
 };
 
 }  // namespace tavik::quick

@@ -19,6 +19,12 @@ QQuickItem* BannerAdViewManager::showAd(const BannerAd& ad, const BannerAdSettin
         view->setAdHeight(quick::hostLength(settings.height));
         view->setAdLabelText(QString::fromStdString(settings.adLabelText.value_or("")));
         view->setAdLabelAlignment(settings.adLabelAlignment);
+        if (settings.adViewable) {
+          QObject::connect(view, &quick::BannerAdViewBase::viewable, view,
+                           [callback = settings.adViewable](const quick::QmlBannerAd& seen) {
+                             if (seen.ad()) callback(*seen.ad());
+                           });
+        }
         if (settings.adAppear) {
           QObject::connect(view, &quick::BannerAdViewBase::adAppear, view,
                            [callback = settings.adAppear](const quick::QmlBannerAd& shown) {

@@ -96,15 +96,46 @@ QPointF CarouselStripBase::labelPosition(qreal cardWidth, qreal cardHeight, qrea
 
 // Carousel ad -----------------------------------------------------------------------
 
+CarouselAdViewBase::CarouselAdViewBase(QQuickItem* parent)
+    : CarouselStripBase(parent), appearance_(new AdAppearance(this)) {
+  appearance_->setImpressionOnViewable(config().impressionOnViewable());
+  appearance_->setDrawable(false);  // until it has a carousel ad
+  connect(this, &CarouselStripBase::configChanged, this,
+          [this] { appearance_->setImpressionOnViewable(config().impressionOnViewable()); });
+  connect(appearance_, &AdAppearance::impressionDue, this, &CarouselAdViewBase::reportImpression);
+  connect(appearance_, &AdAppearance::appeared, this, [this] {
+    Q_EMIT onScreenChanged();
+    Q_EMIT adAppear(ad_);
+  });
+  connect(appearance_, &AdAppearance::disappeared, this, &CarouselAdViewBase::onScreenChanged);
+  connect(appearance_, &AdAppearance::visibleFractionChanged, this,
+          &CarouselAdViewBase::visibleFractionChanged);
+  connect(appearance_, &AdAppearance::becameViewable, this, [this] {
+    Q_EMIT viewableReportedChanged();
+    Q_EMIT viewable(ad_);
+  });
+}
+
 CarouselAdViewBase::~CarouselAdViewBase() {
-  delete watcher_;
+  delete appearance_;
 }
 
 void CarouselAdViewBase::componentComplete() {
   CarouselStripBase::componentComplete();
-  watcher_ = new OnScreenWatcher(this);
-  connect(watcher_, &OnScreenWatcher::onScreenChanged, this, &CarouselAdViewBase::onScreenNow);
   relayoutFromContent();
+}
+
+bool CarouselAdViewBase::onScreen() const {
+  return appearance_->onScreen();
+}
+bool CarouselAdViewBase::impressionReported() const {
+  return appearance_->impressionReported();
+}
+qreal CarouselAdViewBase::visibleFraction() const {
+  return appearance_->visibleFraction();
+}
+bool CarouselAdViewBase::viewableReported() const {
+  return appearance_->viewableReported();
 }
 
 bool CarouselAdViewBase::drawable() const {
@@ -115,10 +146,11 @@ void CarouselAdViewBase::setAd(const QmlCarouselAd& ad) {
   if (ad == ad_) return;
   const bool otherAd = ad_.valid() && ad.uclid() != ad_.uclid();
   ad_ = ad;
-  if (otherAd) tracker_ = AppearanceTracker();
+  if (otherAd) appearance_->reset();
   Q_EMIT adChanged();
   relayoutFromContent();
-  if (watcher_) onScreenNow(watcher_->onScreen());
+  appearance_->setDrawable(drawable());
+  appearance_->requestCheck();
 }
 
 void CarouselAdViewBase::setCardBackground(const QColor& color) {
@@ -148,15 +180,13 @@ int CarouselAdViewBase::cardKind(int index) const {
   return type == "IMAGE" ? 1 : type == "VIDEO" ? 2 : 0;
 }
 
-void CarouselAdViewBase::onScreenNow(bool onScreen) {
-  const auto change = tracker_.update(onScreen && drawable());
-  Q_EMIT onScreenChanged();
-  if (!change.appeared) return;
+void CarouselAdViewBase::reportImpression() {
+  if (!drawable()) return;
   const CarouselAd& ad = *ad_.ad();
-  if (change.reportImpression && config().valid()) {
+  if (config().valid()) {
     detail::reportImpression(*config().config(), ad.cliUbid.value_or(""), ad.uclid);
   }
-  Q_EMIT adAppear(ad_);
+  Q_EMIT onScreenChanged();  // impressionReported
 }
 
 void CarouselAdViewBase::tapCard(int index) {
@@ -179,6 +209,7 @@ void MultiAdCarouselViewBase::componentComplete() {
 void MultiAdCarouselViewBase::setAds(const QVariantList& ads) {
   ads_ = ads;
   reported_.clear();  // new cards: each reports its own first appearance
+  viewed_.clear();
   Q_EMIT adsChanged();
   relayoutFromContent();
 }

@@ -12,7 +12,7 @@
 
 namespace tavik::quick {
 
-class OnScreenWatcher;
+class AdAppearance;
 
 /// What both carousels share: the sizes, the page index and the paging rule, the drag
 /// offset the row follows, and the scroll position that centres the current card.
@@ -124,9 +124,11 @@ class CarouselAdViewBase : public CarouselStripBase {
   Q_PROPERTY(bool hasCardBackground READ hasCardBackground NOTIFY cardBackgroundChanged)
   Q_PROPERTY(bool onScreen READ onScreen NOTIFY onScreenChanged)
   Q_PROPERTY(bool impressionReported READ impressionReported NOTIFY onScreenChanged)
+  Q_PROPERTY(qreal visibleFraction READ visibleFraction NOTIFY visibleFractionChanged)
+  Q_PROPERTY(bool viewableReported READ viewableReported NOTIFY viewableReportedChanged)
 
  public:
-  explicit CarouselAdViewBase(QQuickItem* parent = nullptr) : CarouselStripBase(parent) {}
+  explicit CarouselAdViewBase(QQuickItem* parent = nullptr);
   ~CarouselAdViewBase() override;
 
   QmlCarouselAd ad() const { return ad_; }
@@ -142,8 +144,11 @@ class CarouselAdViewBase : public CarouselStripBase {
   bool hasCardBackground() const {
     return cardBackground_.isValid() && cardBackground_.alpha() > 0;
   }
-  bool onScreen() const { return tracker_.onScreen(); }
-  bool impressionReported() const { return tracker_.isAppear(); }
+  bool onScreen() const;
+  bool impressionReported() const;
+  /// How much of the carousel is on screen now, 0..1.
+  qreal visibleFraction() const;
+  bool viewableReported() const;
 
   /// A tap on card `index`: reports the ad's click, emits `adClicked(ad, card, destination)`.
   Q_INVOKABLE void tapCard(int index);
@@ -154,7 +159,12 @@ class CarouselAdViewBase : public CarouselStripBase {
   void adChanged();
   void cardBackgroundChanged();
   void onScreenChanged();
+  void visibleFractionChanged();
+  void viewableReportedChanged();
   void adAppear(const tavik::quick::QmlCarouselAd& ad);
+  /// The carousel became viewable (the display rule, for the carousel as a whole); once
+  /// per view instance.
+  void viewable(const tavik::quick::QmlCarouselAd& ad);
   /// `destination` is the card's destination address, or undefined when it has none.
   void adClicked(const tavik::quick::QmlCarouselAd& ad, const tavik::quick::QmlCarouselCard& card,
                  const QVariant& destination);
@@ -164,12 +174,11 @@ class CarouselAdViewBase : public CarouselStripBase {
 
  private:
   void relayoutFromContent() override;
-  void onScreenNow(bool onScreen);
+  void reportImpression();
 
   QmlCarouselAd ad_;
   QColor cardBackground_;
-  AppearanceTracker tracker_;
-  OnScreenWatcher* watcher_ = nullptr;
+  AdAppearance* appearance_;
 };
 
 /// The logic of `MultiAdCarouselView`: a list of banner ads, each card a whole
@@ -190,11 +199,16 @@ class MultiAdCarouselViewBase : public CarouselStripBase {
   /// Whether card `index` already reported its impression (a rebuilt card starts so).
   Q_INVOKABLE bool cardReported(int index) const { return reported_.contains(index); }
   Q_INVOKABLE void markCardReported(int index) { reported_.insert(index); }
+  /// The same for the moment each card became viewable.
+  Q_INVOKABLE bool cardViewable(int index) const { return viewed_.contains(index); }
+  Q_INVOKABLE void markCardViewable(int index) { viewed_.insert(index); }
 
  Q_SIGNALS:
   void adsChanged();
   void adAppear(const tavik::quick::QmlBannerAd& ad);
   void adClicked(const tavik::quick::QmlBannerAd& ad);
+  /// A card became viewable; once per card for the life of the strip.
+  void viewable(const tavik::quick::QmlBannerAd& ad);
 
  protected:
   void componentComplete() override;
@@ -204,6 +218,7 @@ class MultiAdCarouselViewBase : public CarouselStripBase {
 
   QVariantList ads_;
   QSet<int> reported_;
+  QSet<int> viewed_;
 };
 
 }  // namespace tavik::quick

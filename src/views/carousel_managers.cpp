@@ -33,6 +33,12 @@ QQuickItem* CarouselAdViewManager::showAd(const CarouselAd& ad, const CarouselAd
         applyStripSettings(view, config, settings);
         view->setAd(quick::QmlCarouselAd(ad));
         if (settings.cardBackground) view->setCardBackground(*settings.cardBackground);
+        if (settings.adViewable) {
+          QObject::connect(view, &quick::CarouselAdViewBase::viewable, view,
+                           [callback = settings.adViewable](const quick::QmlCarouselAd& seen) {
+                             if (seen.ad()) callback(*seen.ad());
+                           });
+        }
         if (settings.adAppear) {
           QObject::connect(view, &quick::CarouselAdViewBase::adAppear, view,
                            [callback = settings.adAppear](const quick::QmlCarouselAd& shown) {
@@ -61,6 +67,12 @@ QQuickItem* MultiAdCarouselViewManager::showAd(const std::vector<BannerAd>& ads,
         QVariantList list;
         for (const BannerAd& ad : ads) list.append(QVariant::fromValue(quick::QmlBannerAd(ad)));
         view->setAds(list);
+        if (settings.adViewable) {
+          QObject::connect(view, &quick::MultiAdCarouselViewBase::viewable, view,
+                           [callback = settings.adViewable](const quick::QmlBannerAd& seen) {
+                             if (seen.ad()) callback(*seen.ad());
+                           });
+        }
         if (settings.adAppear) {
           QObject::connect(view, &quick::MultiAdCarouselViewBase::adAppear, view,
                            [callback = settings.adAppear](const quick::QmlBannerAd& shown) {

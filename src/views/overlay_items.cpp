@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
+#include <QQuickWindow>
 #include "tavik/core/log.h"
 #include "tavik/core/tavik.h"
+
 #include "views/appearance.h"
 #include "views/banner_ad_item.h"
 #include "views/view_events.h"
@@ -58,13 +60,27 @@ InterstitialAdViewBase::InterstitialAdViewBase(QQuickItem* parent)
 }
 
 InterstitialAdViewBase::~InterstitialAdViewBase() {
-  delete watcher_;
+  delete appearance_;
+  // Only a tracker that exists: the window may be going away itself.
+  if (QQuickWindow* shownIn = window()) {
+    if (auto* tracker =
+            shownIn->findChild<VisibilityTracker*>(QString(), Qt::FindDirectChildrenOnly))
+      tracker->removeCover(this);
+  }
 }
 
 void InterstitialAdViewBase::componentComplete() {
   QQuickItem::componentComplete();
-  watcher_ = new OnScreenWatcher(this);
-  connect(watcher_, &OnScreenWatcher::onScreenChanged, this, &InterstitialAdViewBase::onScreenNow);
+  appearance_ = new AdAppearance(this);
+  connect(appearance_, &AdAppearance::appeared, this, [this] { onScreenNow(true); });
+  connect(appearance_, &AdAppearance::disappeared, this, [this] { onScreenNow(false); });
+  // While it is up, the interstitial covers the rest of its window: views beneath it
+  // are not seen.
+  auto cover = [this](QQuickWindow* window) {
+    if (auto* tracker = VisibilityTracker::of(window)) tracker->addCover(this);
+  };
+  connect(this, &QQuickItem::windowChanged, this, cover);
+  cover(window());
 }
 
 void InterstitialAdViewBase::setConfig(const QmlConfig& config) {
@@ -135,27 +151,60 @@ void InterstitialAdViewBase::dismiss() {
 
 // Picture in picture -------------------------------------------------------------------
 
-PIPAdViewBase::PIPAdViewBase(QQuickItem* parent) : QQuickItem(parent), config_(installedConfig()) {}
-
-PIPAdViewBase::~PIPAdViewBase() {
-  delete watcher_;
+PIPAdViewBase::PIPAdViewBase(QQuickItem* parent)
+    : QQuickItem(parent), config_(installedConfig()), appearance_(new AdAppearance(this)) {
+  appearance_->setVideo(true);
+  appearance_->setDrawable(false);  // until it has an ad
+  appearance_->setImpressionOnViewable(config_.impressionOnViewable());
+  connect(appearance_, &AdAppearance::impressionDue, this, &PIPAdViewBase::reportImpression);
+  connect(appearance_, &AdAppearance::appeared, this, [this] {
+    Q_EMIT onScreenChanged();
+    Q_EMIT adAppear(ad_);
+  });
+  connect(appearance_, &AdAppearance::disappeared, this, &PIPAdViewBase::onScreenChanged);
+  connect(appearance_, &AdAppearance::visibleFractionChanged, this,
+          &PIPAdViewBase::visibleFractionChanged);
+  connect(appearance_, &AdAppearance::becameViewable, this, [this] {
+    Q_EMIT viewableReportedChanged();
+    Q_EMIT viewable(ad_);
+  });
 }
 
-void PIPAdViewBase::componentComplete() {
-  QQuickItem::componentComplete();
-  watcher_ = new OnScreenWatcher(this);
-  connect(watcher_, &OnScreenWatcher::onScreenChanged, this, &PIPAdViewBase::onScreenNow);
+PIPAdViewBase::~PIPAdViewBase() {
+  delete appearance_;
+}
+
+bool PIPAdViewBase::impressionReported() const {
+  return appearance_->impressionReported();
+}
+bool PIPAdViewBase::onScreen() const {
+  return appearance_->onScreen();
+}
+qreal PIPAdViewBase::visibleFraction() const {
+  return appearance_->visibleFraction();
+}
+bool PIPAdViewBase::viewableReported() const {
+  return appearance_->viewableReported();
+}
+
+void PIPAdViewBase::setVideoPlaying(bool playing) {
+  if (playing == videoPlaying_) return;
+  videoPlaying_ = playing;
+  appearance_->setPlaying(playing);
+  Q_EMIT videoPlayingChanged();
 }
 
 void PIPAdViewBase::setConfig(const QmlConfig& config) {
   if (config == config_) return;
   config_ = config;
+  appearance_->setImpressionOnViewable(config_.impressionOnViewable());
   Q_EMIT configChanged();
 }
 
 void PIPAdViewBase::setAd(const QmlBannerAd& ad) {
   if (ad == ad_) return;
   ad_ = ad;
+  appearance_->setDrawable(static_cast<bool>(ad_.ad()));
   Q_EMIT adChanged();
 }
 
@@ -165,15 +214,12 @@ void PIPAdViewBase::setCustomWindow(CustomWindow* window) {
   Q_EMIT customWindowChanged();
 }
 
-void PIPAdViewBase::onScreenNow(bool onScreen) {
-  const auto change = tracker_.update(onScreen && ad_.ad());
-  Q_EMIT onScreenChanged();
-  if (!change.appeared) return;
+void PIPAdViewBase::reportImpression() {
+  if (!ad_.ad()) return;
   const BannerAd& ad = *ad_.ad();
-  if (change.reportImpression && config_.valid()) {
+  if (config_.valid())
     detail::reportImpression(*config_.config(), ad.cliUbid.value_or(""), ad.uclid);
-  }
-  Q_EMIT adAppear(ad_);
+  Q_EMIT onScreenChanged();  // impressionReported
 }
 
 void PIPAdViewBase::tap() {

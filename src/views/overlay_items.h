@@ -13,7 +13,7 @@
 
 namespace tavik::quick {
 
-class OnScreenWatcher;
+class AdAppearance;
 
 /// A single-shot timer that never fires before its delay: Qt's default coarse timers
 /// may fire up to 5% early, and these delays are promises (an ad stays up at least so
@@ -98,6 +98,7 @@ class InterstitialAdViewBase : public QQuickItem {
   /// The banner inside reports these (its QML forwards them).
   void adAppear(const tavik::quick::QmlBannerAd& ad);
   void adClicked(const tavik::quick::QmlBannerAd& ad);
+  void viewable(const tavik::quick::QmlBannerAd& ad);
 
  protected:
   void componentComplete() override;
@@ -115,7 +116,7 @@ class InterstitialAdViewBase : public QQuickItem {
   DismissOnce dismissal_;
   DeadlineTimer closeButtonTimer_;
   DeadlineTimer autoCloseTimer_;
-  OnScreenWatcher* watcher_ = nullptr;
+  AdAppearance* appearance_ = nullptr;
 };
 
 /// The logic of `PIPAdView`: the video ad in a floating panel. One impression per view
@@ -130,6 +131,9 @@ class PIPAdViewBase : public QQuickItem {
                  customWindowChanged)
   Q_PROPERTY(bool impressionReported READ impressionReported NOTIFY onScreenChanged)
   Q_PROPERTY(bool onScreen READ onScreen NOTIFY onScreenChanged)
+  Q_PROPERTY(qreal visibleFraction READ visibleFraction NOTIFY visibleFractionChanged)
+  Q_PROPERTY(bool viewableReported READ viewableReported NOTIFY viewableReportedChanged)
+  Q_PROPERTY(bool videoPlaying READ videoPlaying WRITE setVideoPlaying NOTIFY videoPlayingChanged)
 
  public:
   explicit PIPAdViewBase(QQuickItem* parent = nullptr);
@@ -141,8 +145,14 @@ class PIPAdViewBase : public QQuickItem {
   void setAd(const QmlBannerAd& ad);
   CustomWindow* customWindow() const { return customWindow_; }
   void setCustomWindow(CustomWindow* window);
-  bool impressionReported() const { return tracker_.isAppear(); }
-  bool onScreen() const { return tracker_.onScreen(); }
+  bool impressionReported() const;
+  bool onScreen() const;
+  /// How much of the panel's video is on screen now, 0..1.
+  qreal visibleFraction() const;
+  bool viewableReported() const;
+  /// The viewability clock runs only while the video plays (the QML binds this).
+  bool videoPlaying() const { return videoPlaying_; }
+  void setVideoPlaying(bool playing);
 
   Q_INVOKABLE void tap();
   Q_INVOKABLE void toggleFullScreen(bool isFullScreen);
@@ -153,20 +163,22 @@ class PIPAdViewBase : public QQuickItem {
   void adChanged();
   void customWindowChanged();
   void onScreenChanged();
+  void visibleFractionChanged();
+  void viewableReportedChanged();
+  void videoPlayingChanged();
   void adAppear(const tavik::quick::QmlBannerAd& ad);
   void adClicked(const tavik::quick::QmlBannerAd& ad);
-
- protected:
-  void componentComplete() override;
+  /// Two seconds of playback with at least half of the video on screen; once.
+  void viewable(const tavik::quick::QmlBannerAd& ad);
 
  private:
-  void onScreenNow(bool onScreen);
+  void reportImpression();
 
   QmlConfig config_;
   QmlBannerAd ad_;
   QPointer<CustomWindow> customWindow_;
-  AppearanceTracker tracker_;
-  OnScreenWatcher* watcher_ = nullptr;
+  bool videoPlaying_ = false;
+  AdAppearance* appearance_;
 };
 
 }  // namespace tavik::quick

@@ -16,7 +16,8 @@ namespace {
 // The host's callbacks on a view's signals; they die with the view.
 template <class View>
 void connectCallbacks(View* view, const std::function<void(const BannerAd&)>& adAppear,
-                      const std::function<void(const BannerAd&)>& adClicked) {
+                      const std::function<void(const BannerAd&)>& adClicked,
+                      const std::function<void(const BannerAd&)>& adViewable) {
   auto forward = [](const std::function<void(const BannerAd&)>& callback) {
     return [callback](const quick::QmlBannerAd& ad) {
       if (ad.ad()) callback(*ad.ad());
@@ -24,6 +25,7 @@ void connectCallbacks(View* view, const std::function<void(const BannerAd&)>& ad
   };
   if (adAppear) QObject::connect(view, &View::adAppear, view, forward(adAppear));
   if (adClicked) QObject::connect(view, &View::adClicked, view, forward(adClicked));
+  if (adViewable) QObject::connect(view, &View::viewable, view, forward(adViewable));
 }
 
 }  // namespace
@@ -52,7 +54,8 @@ void InterstitialAdViewManager::showAd(const BannerAd& ad, const InterstitialAdS
                      view->setProperty("adLabelAlignment", int(settings.adLabelAlignment));
                      QObject::connect(view, &quick::InterstitialAdViewBase::dismissRequested,
                                       overlay, &CustomWindow::dismiss, Qt::QueuedConnection);
-                     connectCallbacks(view, settings.adAppear, settings.adClicked);
+                     connectCallbacks(view, settings.adAppear, settings.adClicked,
+                                      settings.adViewable);
                    });
       },
       window->width(), window->height(), false, std::nullopt);
@@ -80,7 +83,7 @@ void PIPAdViewManager::showAd(const BannerAd& ad, const PIPAdSettings& settings)
               view->setProperty("adLabelText",
                                 QString::fromStdString(settings.adLabelText.value_or("")));
               view->setProperty("adLabelAlignment", int(settings.adLabelAlignment));
-              connectCallbacks(view, settings.adAppear, settings.adClicked);
+              connectCallbacks(view, settings.adAppear, settings.adClicked, settings.adViewable);
             });
       },
       width, height, true, settings.position);

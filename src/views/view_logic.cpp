@@ -148,7 +148,9 @@ RectF placeLabel(SizeF frame, SizeF label, LabelAlignment alignment) {
           label.height};
 }
 
-bool partlyVisible(const RectF& item, std::span<const RectF> clips) {
+double visibleFraction(const RectF& item, std::span<const RectF> clips) {
+  const double area = item.width * item.height;
+  if (!(area > 0)) return 0;
   double left = item.x, top = item.y;
   double right = item.x + item.width, bottom = item.y + item.height;
   for (const RectF& clip : clips) {
@@ -157,7 +159,52 @@ bool partlyVisible(const RectF& item, std::span<const RectF> clips) {
     right = std::min(right, clip.x + clip.width);
     bottom = std::min(bottom, clip.y + clip.height);
   }
-  return right > left && bottom > top;
+  if (right <= left || bottom <= top) return 0;
+  return std::min(1.0, (right - left) * (bottom - top) / area);
+}
+
+ViewabilityRule viewabilityRule(bool video, double area) {
+  return {area > kLargeAdArea ? 0.3 : 0.5, video ? 2.0 : 1.0};
+}
+
+namespace {
+// Areas are computed from floating-point geometry: exactly half of an ad may come out a
+// hair below 0.5.
+constexpr double kFractionSlack = 1e-9;
+}  // namespace
+
+bool ViewabilityClock::settle(double now) {
+  if (viewable_ || !running_) return false;
+  if (counted_ + (now - since_) < rule_.seconds) return false;
+  viewable_ = true;
+  return true;
+}
+
+bool ViewabilityClock::setRule(ViewabilityRule rule, double now) {
+  if (settle(now)) return true;
+  if (running_) {
+    counted_ += now - since_;
+    since_ = now;
+  }
+  rule_ = rule;
+  return false;
+}
+
+bool ViewabilityClock::update(double fraction, bool running, double now) {
+  if (viewable_) return false;
+  // Whatever held until now counts first.
+  if (settle(now)) return true;
+  if (running_) counted_ += now - since_;
+  inView_ = fraction + kFractionSlack >= rule_.minFraction;
+  if (!inView_) counted_ = 0;  // the run is broken
+  running_ = inView_ && running;
+  since_ = now;
+  return settle(now);
+}
+
+std::optional<double> ViewabilityClock::deadline() const {
+  if (viewable_ || !running_) return std::nullopt;
+  return since_ + (rule_.seconds - counted_);
 }
 
 }  // namespace tavik::quick

@@ -190,9 +190,56 @@ constexpr std::string_view muteSymbol(bool isMuted) {
   return isMuted ? kMutedSymbol : kSoundOnSymbol;
 }
 
-/// True when `item` (scene coordinates) has an area in common with every clip rectangle
-/// (the window first, then every clipping ancestor).
-bool partlyVisible(const RectF& item, std::span<const RectF> clips);
+/// The share of `item` (scene coordinates) that lies inside every clip rectangle (the
+/// window first, then every clipping ancestor): 0 when none of it, 1 when all of it.
+/// An item without area has none.
+double visibleFraction(const RectF& item, std::span<const RectF> clips);
+
+/// When an ad counts as seen (viewable): at least `minFraction` of its area on screen
+/// for at least `seconds` without a break. Both bounds are inclusive: exactly half of a
+/// display ad for exactly one second counts, since the rule says "at least".
+struct ViewabilityRule {
+  double minFraction = 0.5;
+  double seconds = 1;
+  friend bool operator==(const ViewabilityRule&, const ViewabilityRule&) = default;
+};
+/// Above this area (square pixels) an ad needs only 30% of itself on screen.
+inline constexpr double kLargeAdArea = 242'500;
+/// Display ads: 50% for 1 s; video ads: 50% for 2 s of playback; either at 30% when its
+/// area is more than `kLargeAdArea` (an area of exactly that needs 50%).
+ViewabilityRule viewabilityRule(bool video, double area);
+
+/// Times one view against its rule, from what it is told and when (seconds on a
+/// monotonic clock). Leaving the rule's share breaks the run: the count starts again
+/// from the return. A video's clock only runs while it plays: a pause, buffering or a
+/// stall stop it without breaking the run. Viewable once, for good.
+class ViewabilityClock {
+ public:
+  explicit ViewabilityClock(ViewabilityRule rule = {}) : rule_(rule) {}
+
+  const ViewabilityRule& rule() const { return rule_; }
+  /// A new rule (the ad's size changed) applies from `now`; a run in progress goes on.
+  /// True when the ad had become viewable by `now` under the old rule.
+  bool setRule(ViewabilityRule rule, double now);
+  /// From `now` on, `fraction` of the ad is on screen and its clock may run (`running`:
+  /// always for a display ad, while playing for a video). True the one time the ad
+  /// becomes viewable (by `now`).
+  bool update(double fraction, bool running, double now);
+  /// When the ad becomes viewable if nothing changes; nullopt while the clock stands or
+  /// once viewable.
+  std::optional<double> deadline() const;
+  bool viewable() const { return viewable_; }
+
+ private:
+  bool settle(double now);
+
+  ViewabilityRule rule_;
+  bool inView_ = false;   // at least the rule's share on screen
+  bool running_ = false;  // and the clock runs
+  double counted_ = 0;    // seconds of the current run before `since_`
+  double since_ = 0;      // when the clock last started running
+  bool viewable_ = false;
+};
 
 /// A view's appearances and its one impression. `update` is told whether the view is on
 /// screen now; it answers whether this is a new appearance (the host's `adAppear`

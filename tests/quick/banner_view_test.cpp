@@ -2,6 +2,7 @@
 // callbacks, events on the sandbox's log, ownership, and failures that stay silent.
 #include <gtest/gtest.h>
 
+#include <QElapsedTimer>
 #include <QImage>
 #include <QPointer>
 #include <QQmlEngine>
@@ -107,6 +108,63 @@ TEST(BannerViews, ShowAdPlacesTheBannerReportsOnceAndCallsTheHost) {
   EXPECT_TRUE(watched.isNull());
 }
 
+// With the impression counted on viewability, the impression waits for a continuous
+// second on screen; the event is the same as ever. Off (the default), it goes at the
+// first appearance.
+TEST(BannerViews, TheImpressionOnViewableSwitchMovesOnlyItsMoment) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  fixture.reset();
+  Scene scene;
+  auto impressions = [&] {
+    std::vector<nlohmann::json> found;
+    for (const auto& event : fixture.env().server().eventLog()) {
+      if (event["path"] == "/events" &&
+          event["params"].value("event_name", "") == "funnel_impression")
+        found.push_back(event);
+    }
+    return found;
+  };
+  Config config = fixture.env().config();
+  config.impressionOnViewable = true;
+  BannerAdViewManager manager(config);
+  QElapsedTimer clock;
+  qint64 appearedAt = -1, viewableAt = -1;
+  BannerAdSettings settings;
+  settings.adAppear = [&](const BannerAd&) {
+    if (appearedAt < 0) appearedAt = clock.elapsed();
+  };
+  settings.adViewable = [&](const BannerAd&) { viewableAt = clock.elapsed(); };
+  clock.start();
+  QQuickItem* item = manager.showAd(catalogueAd("au_home_banner"), settings, scene.root());
+  ASSERT_TRUE(item);
+  ASSERT_TRUE(spinUntil([&] { return appearedAt >= 0; }));
+  EXPECT_DOUBLE_EQ(item->property("visibleFraction").toDouble(), 1);
+  spinUntil([] { return false; }, 600);
+  EXPECT_TRUE(impressions().empty()) << "the impression went before the ad was viewable";
+  EXPECT_FALSE(item->property("impressionReported").toBool());
+  ASSERT_TRUE(spinUntil([&] { return viewableAt >= 0; }, 3000));
+  EXPECT_GE(viewableAt - appearedAt, 990);
+  EXPECT_TRUE(item->property("impressionReported").toBool());
+  ASSERT_TRUE(spinUntil([&] { return impressions().size() == 1; }));
+  const auto impression = impressions()[0];
+  EXPECT_EQ(impression["params"]["uclid"], "uc-home-banner-1");
+  EXPECT_EQ(impression["params"]["event_name"], "funnel_impression");
+  delete item;
+
+  // The default: at the first appearance, long before the second is up.
+  fixture.reset();
+  BannerAdViewManager plain(fixture.env().config());
+  appearedAt = viewableAt = -1;
+  clock.restart();
+  item = plain.showAd(catalogueAd("au_home_banner"), settings, scene.root());
+  ASSERT_TRUE(spinUntil([&] { return appearedAt >= 0; }));
+  EXPECT_TRUE(item->property("impressionReported").toBool());
+  EXPECT_LT(viewableAt, 0);
+  ASSERT_TRUE(spinUntil([&] { return impressions().size() == 1; }));
+  ASSERT_TRUE(spinUntil([&] { return viewableAt >= 0; }, 3000));  // viewability still told
+  delete item;
+}
+
 TEST(BannerViews, WithoutAnEngineOrParentNothingIsMadeAndOnlyDebugSaysWhy) {
   std::vector<std::string> lines;
   setLogSink([&](std::string_view line) { lines.emplace_back(line); });
@@ -129,6 +187,7 @@ TEST(BannerViews, WithoutAnEngineOrParentNothingIsMadeAndOnlyDebugSaysWhy) {
 // A size the host set is used as it is, 0 included (below 0 counts as 0); only an
 // absent one falls back to the creative's. Banner, multi-ad cards and carousel agree.
 TEST(BannerViews, AHostSizeOfZeroIsASize) {
+  SandboxFixture::shared();  // installs the SDK
   Scene scene;
   auto views = quick::views(TAVIK::shared());
   BannerAdSettings banner;

@@ -6,8 +6,11 @@
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickView>
+#include <map>
+#include <string>
 
 #include "support/sandbox_fixture.h"
+#include "tavik/network/transport.h"
 #include "tavik/views/views.h"
 
 namespace tavik::test {
@@ -108,6 +111,54 @@ TEST(CarouselViews, AMultiAdStripHandsEveryCardItsOwnAd) {
             (std::vector<std::string>{"uc-home-banner-1", "uc-home-banner-2", "uc-third"}));
   delete scene.root();
   EXPECT_TRUE(item.isNull());
+}
+
+// A strip of 100 image cards paged from end to end: every card reports its impression
+// exactly once, and becomes viewable once, as the shopper passes it.
+TEST(CarouselViews, AHundredCardStripPagedEndToEndReportsEachImpressionOnce) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  fixture.reset();
+  Scene scene;
+  std::vector<BannerAd> ads;
+  for (int i = 0; i < 100; ++i) {
+    BannerAd ad = decodeBannerAd(fixture.adJson("au_multi", i % 2 == 0 ? 0 : 2).toStdString());
+    ad.uclid = "uc-strip-" + std::to_string(i);
+    ads.push_back(ad);
+  }
+  std::map<std::string, int> viewable;
+  MultiAdCarouselSettings settings;
+  settings.width = 300;
+  settings.adViewable = [&](const BannerAd& seen) { ++viewable[seen.uclid]; };
+  QQuickItem* strip =
+      quick::views(TAVIK::shared()).multiAdCarouselView()->showAd(ads, settings, scene.root());
+  ASSERT_TRUE(strip);
+  for (int i = 1; i < 100; ++i) {
+    QMetaObject::invokeMethod(strip, "step", Q_ARG(int, 1));
+    spinUntil([] { return false; }, i % 25 == 0 ? 1400 : 60);  // now and then, a rest
+  }
+  EXPECT_EQ(strip->property("currentIndex").toInt(), 99);
+  spinUntil([] { return false; }, 1200);
+  // And back to the start: nothing new.
+  for (int i = 0; i < 99; ++i) {
+    QMetaObject::invokeMethod(strip, "step", Q_ARG(int, -1));
+    spinUntil([] { return false; }, 20);
+  }
+  spinUntil([] { return false; }, 400);
+  spinUntil([] {  // every request ended
+    const auto stats = transport::stats();
+    return stats.requestsFinished == stats.requestsStarted;
+  });
+  std::map<std::string, int> impressions;
+  for (const auto& event : fixture.env().server().eventLog()) {
+    if (event["path"] == "/events" &&
+        event["params"].value("event_name", "") == "funnel_impression")
+      ++impressions[event["params"].value("uclid", "")];
+  }
+  ASSERT_EQ(impressions.size(), 100u);
+  for (const auto& [uclid, count] : impressions) EXPECT_EQ(count, 1) << uclid;
+  // The cards the strip rested on for a second became viewable, each once.
+  for (int i = 25; i < 100; i += 25) EXPECT_EQ(viewable["uc-strip-" + std::to_string(i)], 1) << i;
+  for (const auto& [uclid, count] : viewable) EXPECT_EQ(count, 1) << uclid;
 }
 
 }  // namespace

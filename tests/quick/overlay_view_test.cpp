@@ -2,6 +2,7 @@
 // geometry, timers, dismissal, and the events on the sandbox's log.
 #include <gtest/gtest.h>
 
+#include <QElapsedTimer>
 #include <QFont>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -257,6 +258,35 @@ TEST(Interstitial, TimersNeverFireEarly) {
   }
 }
 
+// A banner of the host's page under the SDK's own interstitial is covered: no share
+// of it is seen, and its viewability clock stands until the interstitial goes.
+TEST(Interstitial, ABannerBeneathItIsCovered) {
+  HostWindow host;
+  int viewable = 0;
+  BannerAdSettings bannerSettings;
+  bannerSettings.adViewable = [&](const BannerAd&) { ++viewable; };
+  QQuickItem* banner = quick::views(TAVIK::shared())
+                           .bannerAdView()
+                           ->showAd(adWith("au_home_banner", {}, {}), bannerSettings,
+                                    host.contentItem()->childItems().first());
+  ASSERT_TRUE(banner);
+  ASSERT_TRUE(spinUntil([&] { return banner->property("visibleFraction").toDouble() == 1; }));
+  auto manager = quick::views(TAVIK::shared()).interstitialAdView();
+  auto* overlay = static_cast<InterstitialAdViewManager*>(manager.get())->customWindow.get();
+  manager->showAd(adWith("au_interstitial", 0, 3), {});
+  ASSERT_TRUE(overlay->shown());
+  ASSERT_TRUE(spinUntil([&] { return banner->property("visibleFraction").toDouble() == 0; }));
+  QObject* view = interstitialOf(overlay);
+  // The interstitial's own banner is seen.
+  ASSERT_TRUE(spinUntil([&] { return view->property("visibleFraction").toDouble() > 0; }));
+  spinUntil([] { return false; }, 1300);
+  EXPECT_EQ(viewable, 0);
+  overlay->dismiss();
+  ASSERT_TRUE(spinUntil([&] { return banner->property("visibleFraction").toDouble() == 1; }));
+  ASSERT_TRUE(spinUntil([&] { return viewable == 1; }, 3000));
+  delete banner;
+}
+
 TEST(Interstitial, OtherTemplatesAndNoWindowShowNothing) {
   SandboxFixture::shared();
   auto manager = quick::views(TAVIK::shared()).interstitialAdView();
@@ -448,6 +478,37 @@ TEST_F(PictureInPicture, ControlsInTheirOrderAndTheFullScreenIconFollowsTheOverl
   QMetaObject::invokeMethod(fullScreen, "clicked");
   EXPECT_FALSE(overlay->isFullScreen());
   EXPECT_FALSE(fullScreen->property("isFullScreen").toBool());
+}
+
+// A video counts two seconds of playback with at least half of it on screen: paused,
+// its clock stands; playing again, it goes on from where it stood.
+TEST_F(PictureInPicture, ViewableAfterTwoSecondsOfPlaybackThePauseStopsTheClock) {
+  HostWindow host;
+  auto manager = quick::views(TAVIK::shared()).pipAdView();
+  auto* overlay = static_cast<PIPAdViewManager*>(manager.get())->customWindow.get();
+  int viewable = 0;
+  PIPAdSettings settings;
+  settings.adViewable = [&](const BannerAd&) { ++viewable; };
+  manager->showAd(adWith("au_video_banner", {}, {}), settings);
+  ASSERT_TRUE(overlay->host());
+  QObject* view = overlay->host()->findChild<QObject*>(QStringLiteral("video"))->parent();
+  ScriptedMediaPlayer* player = ScriptedMediaPlayer::last();
+  ASSERT_TRUE(player);
+  ASSERT_TRUE(spinUntil([&] { return view->property("videoPlaying").toBool(); }));
+  EXPECT_DOUBLE_EQ(view->property("visibleFraction").toDouble(), 1);
+  spinUntil([] { return false; }, 1200);
+  player->pause();  // 1.2 s of playback so far
+  ASSERT_TRUE(spinUntil([&] { return !view->property("videoPlaying").toBool(); }));
+  spinUntil([] { return false; }, 1500);
+  EXPECT_EQ(viewable, 0);  // the clock stood while paused
+  QElapsedTimer resumed;
+  resumed.start();
+  player->play();
+  ASSERT_TRUE(spinUntil([&] { return viewable == 1; }, 3000));
+  EXPECT_GE(resumed.elapsed(), 700);   // 0.8 s were left, not 2
+  EXPECT_LT(resumed.elapsed(), 1500);  // and the 1.2 s before the pause counted
+  EXPECT_TRUE(view->property("viewableReported").toBool());
+  overlay->dismiss();
 }
 
 TEST_F(PictureInPicture, EventsOnTheLog) {

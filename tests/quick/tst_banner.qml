@@ -30,11 +30,40 @@ Item {
     }
 
     Component {
+        id: listComponent
+        // A host's feed: plain rows and, at row 12, a banner.
+        ListView {
+            id: feed
+            property var bannerAd
+            width: 400
+            height: 300
+            model: 30
+            cacheBuffer: 0
+            delegate: Item {
+                required property int index
+                property alias banner: rowBanner
+                width: 400
+                height: index === 12 ? 60 : 100
+                BannerAdView {
+                    id: rowBanner
+                    visible: index === 12
+                    ad: feed.bannerAd
+                }
+            }
+        }
+    }
+
+    Component {
         id: selfFetching
         TavikBanner {
             pageType: "HOME"
             cliUbid: "shopper-9"
         }
+    }
+
+    Component {
+        id: spyComponent
+        SignalSpy {}
     }
 
     SignalSpy {
@@ -193,6 +222,31 @@ Item {
             scroller.contentY = 1400;
             tryCompare(appearSpy, "count", 1, 3000);
             compare(waitForLog("uc-home-banner-1", "/events", 1).length, 1);
+        }
+
+        // Scrolled into a list's viewport, a banner becomes viewable after a continuous
+        // second on screen; half of it is half; out of the viewport it is none.
+        function test_a_banner_scrolled_into_a_list_becomes_viewable_after_a_second() {
+            const list = createTemporaryObject(listComponent, host, {bannerAd: ad("au_home_banner")});
+            list.positionViewAtIndex(12, ListView.Beginning);
+            tryVerify(() => list.itemAtIndex(12) !== null, 2000);
+            const banner = list.itemAtIndex(12).banner;
+            const seen = createTemporaryObject(spyComponent, host, {target: banner, signalName: "viewable"});
+            tryCompare(banner, "visibleFraction", 1, 2000);
+            const shownAt = Date.now();
+            seen.wait(3000);
+            verify(Date.now() - shownAt >= 950, "viewable after " + (Date.now() - shownAt) + " ms");
+            compare(seen.count, 1);
+            compare(seen.signalArguments[0][0].uclid, "uc-home-banner-1");
+            verify(banner.viewableReported);
+            // Half of it above the top edge: a half.
+            list.contentY = list.contentY + 25;
+            tryVerify(() => Math.abs(banner.visibleFraction - 0.5) < 0.01, 2000,
+                      "half out: " + banner.visibleFraction);
+            list.contentY = list.contentY + 200;
+            tryCompare(banner, "visibleFraction", 0, 2000);
+            wait(300);
+            compare(seen.count, 1);  // once per view instance
         }
 
         function test_self_fetching_banner_shows_the_ad_of_its_unit() {

@@ -2,6 +2,8 @@
 // placement, visibility through clips, appearances and the one impression, symbols.
 #include <gtest/gtest.h>
 
+#include <initializer_list>
+#include <optional>
 #include <vector>
 
 #include "views/banner_ad_item.h"
@@ -88,18 +90,113 @@ TEST(LabelPlacement, NinePlacesFromQtAlignmentFlags) {
   EXPECT_EQ(placeLabel(frame, label, labelAlignmentFrom({})), (RectF{130, 115, 40, 20}));
 }
 
-TEST(Visibility, SomeAreaInsideTheWindowAndEveryClip) {
+TEST(Visibility, TheShareInsideTheWindowAndEveryClip) {
   const RectF window{0, 0, 400, 300};
   const RectF scroller{0, 50, 400, 200};
   const std::vector<RectF> both = {window, scroller};
-  EXPECT_TRUE(partlyVisible({10, 60, 100, 50}, both));
-  EXPECT_TRUE(partlyVisible({10, 240, 100, 50}, both));   // ten points still inside
-  EXPECT_FALSE(partlyVisible({10, 250, 100, 50}, both));  // touching the edge is not inside
-  EXPECT_FALSE(partlyVisible({10, -60, 100, 50}, both));  // scrolled above
-  EXPECT_FALSE(partlyVisible({500, 60, 100, 50}, both));  // right of the window
-  EXPECT_FALSE(partlyVisible({10, 60, 0, 50}, both));     // no area
+  EXPECT_DOUBLE_EQ(visibleFraction({10, 60, 100, 50}, both), 1);
+  EXPECT_DOUBLE_EQ(visibleFraction({10, 240, 100, 50}, both), 0.2);    // ten points still inside
+  EXPECT_DOUBLE_EQ(visibleFraction({10, 250, 100, 50}, both), 0);      // touching the edge
+  EXPECT_DOUBLE_EQ(visibleFraction({10, -60, 100, 50}, both), 0);      // scrolled above
+  EXPECT_DOUBLE_EQ(visibleFraction({500, 60, 100, 50}, both), 0);      // right of the window
+  EXPECT_DOUBLE_EQ(visibleFraction({10, 60, 0, 50}, both), 0);         // no area
+  EXPECT_DOUBLE_EQ(visibleFraction({350, 225, 100, 50}, both), 0.25);  // a corner in both
   const std::vector<RectF> windowOnly = {window};
-  EXPECT_TRUE(partlyVisible({-50, -20, 60, 30}, windowOnly));
+  EXPECT_DOUBLE_EQ(visibleFraction({-50, -20, 60, 30}, windowOnly), 10.0 * 10 / (60 * 30));
+}
+
+TEST(Viewability, RulesBySizeAndKind) {
+  EXPECT_EQ(viewabilityRule(false, 300 * 250), (ViewabilityRule{0.5, 1}));
+  EXPECT_EQ(viewabilityRule(true, 320 * 180), (ViewabilityRule{0.5, 2}));
+  EXPECT_EQ(viewabilityRule(false, 242'500), (ViewabilityRule{0.5, 1}));  // exactly: still 50%
+  EXPECT_EQ(viewabilityRule(false, 242'501), (ViewabilityRule{0.3, 1}));
+  EXPECT_EQ(viewabilityRule(true, 970 * 250), (ViewabilityRule{0.5, 2}));  // 242,500: 50%
+  EXPECT_EQ(viewabilityRule(true, 1280 * 720), (ViewabilityRule{0.3, 2}));
+}
+
+// A script of what a view is told and when, against the moment it becomes viewable.
+struct Step {
+  double at;
+  double fraction;
+  bool running = true;
+};
+std::optional<double> viewableAt(ViewabilityRule rule, std::initializer_list<Step> steps,
+                                 double until) {
+  ViewabilityClock clock(rule);
+  Step last{0, 0, false};
+  // As a view does: a timer at the clock's deadline, told again what still holds.
+  auto deadlineBefore = [&](double time) -> std::optional<double> {
+    const auto due = clock.deadline();
+    if (due && *due <= time && clock.update(last.fraction, last.running, *due)) return due;
+    return std::nullopt;
+  };
+  for (const Step& step : steps) {
+    if (auto at = deadlineBefore(step.at)) return at;
+    if (clock.update(step.fraction, step.running, step.at)) return step.at;
+    last = step;
+  }
+  return deadlineBefore(until);
+}
+
+TEST(Viewability, ContinuousTimeAtTheRulesShare) {
+  const ViewabilityRule display = viewabilityRule(false, 300 * 250);
+  const ViewabilityRule video = viewabilityRule(true, 320 * 180);
+  const ViewabilityRule large = viewabilityRule(false, 1000 * 300);
+  struct Case {
+    const char* what;
+    ViewabilityRule rule;
+    std::initializer_list<Step> steps;
+    std::optional<double> expected;
+  };
+  const Case table[] = {
+      {"fully visible for 999 ms, then hidden: not viewable",
+       display,
+       {{0, 1}, {0.999, 0}},
+       std::nullopt},
+      {"exactly 50% for exactly 1 s: viewable (both bounds inclusive)",
+       display,
+       {{0, 0.5}, {1.0, 0}},
+       1.0},
+      {"49% for ever: never", display, {{0, 0.49}}, std::nullopt},
+      {"visible from 2 s on: at 3 s", display, {{0, 0}, {2, 1}}, 3.0},
+      {"scrolled out at 0.6 s and back at 2 s: the second counts from the return",
+       display,
+       {{0, 1}, {0.6, 0}, {2, 1}},
+       3.0},
+      {"down to 40% for a moment breaks the run", display, {{0, 1}, {0.5, 0.4}, {0.6, 1}}, 1.6},
+      {"window minimised (0) at 0.5 s: not counted", display, {{0, 1}, {0.5, 0}}, std::nullopt},
+      {"a video plays 2 s at 60%: viewable at 2 s", video, {{0, 0.6, true}}, 2.0},
+      {"a video on screen but paused: its clock stands", video, {{0, 1, false}}, std::nullopt},
+      {"a video paused at 1.5 s and resumed at 4 s: 0.5 s more of playback",
+       video,
+       {{0, 1, true}, {1.5, 1, false}, {4, 1, true}},
+       4.5},
+      {"a video scrolled out while playing starts again",
+       video,
+       {{0, 1, true}, {1.5, 0, true}, {3, 1, true}},
+       5.0},
+      {"a large ad at 31%: viewable after 1 s", large, {{0, 0.31}}, 1.0},
+      {"a large ad at 29%: never", large, {{0, 0.29}}, std::nullopt},
+  };
+  for (const Case& c : table) {
+    const auto at = viewableAt(c.rule, c.steps, 100);
+    EXPECT_EQ(at.has_value(), c.expected.has_value()) << c.what;
+    if (at && c.expected) {
+      EXPECT_NEAR(*at, *c.expected, 1e-9) << c.what;
+    }
+  }
+}
+
+TEST(Viewability, OnceAndForGood) {
+  ViewabilityClock clock(viewabilityRule(false, 100));
+  EXPECT_FALSE(clock.update(1, true, 10));
+  ASSERT_TRUE(clock.deadline());
+  EXPECT_DOUBLE_EQ(*clock.deadline(), 11);
+  EXPECT_FALSE(clock.update(1, true, 10.9999));
+  EXPECT_TRUE(clock.update(0, true, 11));  // what held until 11 counts first
+  EXPECT_TRUE(clock.viewable());
+  EXPECT_FALSE(clock.update(1, true, 20));  // never again
+  EXPECT_FALSE(clock.deadline());
 }
 
 TEST(Appearance, EveryAppearanceCountsTheImpressionOnlyOnce) {

@@ -31,6 +31,11 @@ struct Config {
   std::optional<RegisterEventConfig> registerEvent;
   std::optional<DisplayAdsConfig> displayAds;
   std::optional<PlaAdsConfig> plaAds;
+  /// Off by default: the views send an ad's impression when it first appears. On: when
+  /// it becomes viewable (at least half of it on screen for a continuous second, two
+  /// seconds of playback for a video), as some networks bill. The event is the same;
+  /// only its moment moves. A switch of this process, not part of the JSON form.
+  bool impressionOnViewable = false;
   friend bool operator==(const Config&, const Config&) = default;
 };
 

@@ -63,6 +63,9 @@ class TAVIK::Builder {
   Builder& displayAdsHost(std::string value);
   Builder& eventTrackingHost(std::string value);
   Builder& debug(bool value);
+  /// The views send each impression when the ad becomes viewable rather than when it
+  /// first appears (off by default; see `Config::impressionOnViewable`).
+  Builder& impressionOnViewable(bool value);
   /// A PEM file whose certificates the SDK trusts in addition to the system's (a private
   /// deployment, the local sandbox). It adds trust; TLS verification always stays on.
   /// Applies process-wide from `build()` on. A file that cannot be read is reported once
@@ -78,6 +81,7 @@ class TAVIK::Builder {
  private:
   std::optional<std::string> clientId_;
   bool debug_ = false;
+  bool impressionOnViewable_ = false;
   std::string productAdsHost_ = "pla.ads.tavik.io";
   std::string displayAdsHost_ = "display.ads.tavik.io";
   std::string eventTrackingHost_ = "events.tavik.io";

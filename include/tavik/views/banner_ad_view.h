@@ -25,6 +25,10 @@ struct BannerAdSettings {
   Qt::Alignment adLabelAlignment = Qt::AlignTop | Qt::AlignLeft;
   /// Every appearance of the ad on screen (the impression goes out on the first only).
   std::function<void(const BannerAd&)> adAppear;
+  /// Called once when the ad becomes viewable (at least half of it on screen for a
+  /// continuous second; two seconds of playback for a video; 30% for an ad over 242,500
+  /// square pixels).
+  std::function<void(const BannerAd&)> adViewable;
   /// Every tap. The SDK opens nothing: the destination is `ad.elements.destinationUrl`.
   std::function<void(const BannerAd&)> adClicked;
 };

@@ -27,6 +27,10 @@ struct CarouselAdSettings {
   Qt::Alignment adLabelAlignment = Qt::AlignTop | Qt::AlignLeft;
   /// Every appearance of the carousel (its one impression goes out on the first).
   std::function<void(const CarouselAd&)> adAppear;
+  /// Called once when the ad becomes viewable (at least half of it on screen for a
+  /// continuous second; two seconds of playback for a video; 30% for an ad over 242,500
+  /// square pixels).
+  std::function<void(const CarouselAd&)> adViewable;
   /// Every card tap: the ad, the card, and the card's destination when it has one.
   std::function<void(const CarouselAd&, const CarouselCard&, const std::optional<std::string>&)>
       adClicked;
@@ -58,6 +62,10 @@ struct MultiAdCarouselSettings {
   std::optional<std::string> adLabelText;
   Qt::Alignment adLabelAlignment = Qt::AlignTop | Qt::AlignLeft;
   std::function<void(const BannerAd&)> adAppear;
+  /// Called once when the ad becomes viewable (at least half of it on screen for a
+  /// continuous second; two seconds of playback for a video; 30% for an ad over 242,500
+  /// square pixels).
+  std::function<void(const BannerAd&)> adViewable;
   std::function<void(const BannerAd&)> adClicked;
 };
 

@@ -25,6 +25,10 @@ struct InterstitialAdSettings {
   std::optional<std::string> adLabelText;
   Qt::Alignment adLabelAlignment = Qt::AlignTop | Qt::AlignLeft;
   std::function<void(const BannerAd&)> adAppear;
+  /// Called once when the ad becomes viewable (at least half of it on screen for a
+  /// continuous second; two seconds of playback for a video; 30% for an ad over 242,500
+  /// square pixels).
+  std::function<void(const BannerAd&)> adViewable;
   std::function<void(const BannerAd&)> adClicked;
 };
 
@@ -57,6 +61,10 @@ struct PIPAdSettings {
   std::optional<std::string> adLabelText;
   Qt::Alignment adLabelAlignment = Qt::AlignTop | Qt::AlignLeft;
   std::function<void(const BannerAd&)> adAppear;
+  /// Called once when the ad becomes viewable (at least half of it on screen for a
+  /// continuous second; two seconds of playback for a video; 30% for an ad over 242,500
+  /// square pixels).
+  std::function<void(const BannerAd&)> adViewable;
   std::function<void(const BannerAd&)> adClicked;
 };
 

@@ -35,6 +35,7 @@ class QmlConfig {
   bool valid() const { return config_ && !config_->clientId.empty(); }
   QString clientId() const { return config_ ? qs(config_->clientId) : QString(); }
   bool debug() const { return config_ && config_->debug; }
+  bool impressionOnViewable() const { return config_ && config_->impressionOnViewable; }
   const std::optional<Config>& config() const { return config_; }
 
   friend bool operator==(const QmlConfig& a, const QmlConfig& b) { return a.config_ == b.config_; }

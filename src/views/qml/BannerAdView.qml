@@ -16,6 +16,8 @@ BannerAdViewBase {
     Keys.onEnterPressed: root.tap()
     Keys.onSpacePressed: root.tap()
     labelSize: Qt.size(tag.width, tag.height)
+    // A video banner's viewability counts playing time only.
+    videoPlaying: video.item ? video.item.playing : false
 
     Item {
         id: frame

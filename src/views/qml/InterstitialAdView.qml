@@ -10,6 +10,8 @@ InterstitialAdViewBase {
     property real adWidth: -1
     property real adHeight: -1
     property string adLabelText
+    // How much of the ad is on screen (its banner's).
+    readonly property real visibleFraction: banner.visibleFraction
     // Qt.AlignTop | Qt.AlignLeft, written as a literal: a literal is set when the item is
     // made, so the value a manager sets before the item completes is kept (an expression
     // would be evaluated at completion and overwrite it).
@@ -96,6 +98,7 @@ InterstitialAdViewBase {
             adLabelAlignment: root.adLabelAlignment
             onAdAppear: ad => root.adAppear(ad)
             onAdClicked: ad => root.adClicked(ad)
+            onViewable: ad => root.viewable(ad)
         }
     }
 }

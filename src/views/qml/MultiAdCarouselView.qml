@@ -36,7 +36,12 @@ MultiAdCarouselViewBase {
                 adLabelAlignment: root.adLabelAlignment
                 impressionReported: root.cardReported(card.index)
                 Accessible.name: qsTr("Sponsored, %1 of %2").arg(card.index + 1).arg(root.count)
+                viewableReported: root.cardViewable(card.index)
                 onImpressionReportedChanged: if (impressionReported) root.markCardReported(card.index)
+                onViewable: ad => {
+                    root.markCardViewable(card.index);
+                    root.viewable(ad);
+                }
                 onAdAppear: ad => root.adAppear(ad)
                 onAdClicked: ad => root.adClicked(ad)
             }

@@ -13,6 +13,7 @@ PIPAdViewBase {
     property int adLabelAlignment: 33
 
     anchors.fill: parent
+    videoPlaying: video.playing
     Accessible.role: Accessible.Pane
     Accessible.name: qsTr("Sponsored video")
 
