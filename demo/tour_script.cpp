@@ -52,7 +52,10 @@ void Tour::buildSteps() {
                 formatDrawn("video banner", frameOf(item("videoBanner"))) &&
                 formatDrawn("carousel", item("carousel")) &&
                 hasEvent(QStringLiteral(
-                    "/events event_name=funnel_video_progress uclid=uc-video-banner-1"));
+                    "/events event_name=funnel_video_progress uclid=uc-video-banner-1")) &&
+                // Seen as buyers count it: a second on screen, two of playback for video.
+                item("homeBanner")->property("viewableReported").toBool() &&
+                item("videoBanner")->property("viewableReported").toBool();
        },
        40000},
       {"screenshot", [this] { screenshot("shop-1-home"); }, nullptr},
@@ -242,6 +245,12 @@ void Tour::buildSteps() {
          tap(item("kind-events"));
        },
        [=, this] {
+         // The home page's ads were seen on the way: each says when it became viewable.
+         for (const char* name :
+              {"adVisibility-Image banner", "adVisibility-Video banner", "adVisibility-Carousel"}) {
+           const QQuickItem* chip = item(name);
+           if (!chip || chip->property("viewableAt").toString().isEmpty()) return false;
+         }
          return shown("inspectorPanel") && inspector_->kind() == "events" &&
                 find(QStringLiteral("inspectorRow"), item("inspectorPanel"));
        }},

@@ -11,6 +11,12 @@ Item {
     id: root
 
     property Shop shop
+    // The page's ad views, for the inspector's live visibility.
+    readonly property var adViews: [
+        {name: qsTr("Image banner"), item: homeBanner},
+        {name: qsTr("Video banner"), item: videoBanner},
+        {name: qsTr("Carousel"), item: carouselSlot.children.length > 0 ? carouselSlot.children[0] : null}
+    ]
     signal productOpened(var listing)
 
     Component.onCompleted: shop.loadHome(carouselSlot)
@@ -30,6 +36,7 @@ Item {
             topPadding: 16
 
             TavikBanner {
+                id: homeBanner
                 objectName: "homeBanner"
                 anchors.horizontalCenter: parent.horizontalCenter
                 pageType: "HOME"
@@ -44,6 +51,7 @@ Item {
                 text: qsTr("Watch: new season")
             }
             BannerAdView {
+                id: videoBanner
                 objectName: "videoBanner"
                 anchors.horizontalCenter: parent.horizontalCenter
                 ad: root.shop.videoBannerAd

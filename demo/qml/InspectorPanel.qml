@@ -1,12 +1,16 @@
 import QtQuick
 import TavikShop
 
-// The event inspector: every request the SDK sent, newest first, with when, which
-// service, the path, the query items and the outcome; chips filter by kind.
+// The event inspector: how much of each ad on the page is on screen and when it became
+// viewable, then every request the SDK sent, newest first, with when, which service,
+// the path, the query items and the outcome; chips filter by kind.
 Rectangle {
     id: root
 
     property RequestLogModel model
+    // The ad views to watch: [{name, item}], each item with `visibleFraction` and a
+    // `viewable` signal.
+    property var adViews: []
     signal closed
 
     color: "#151a18"
@@ -33,7 +37,10 @@ Rectangle {
         Text {
             x: 16
             anchors.verticalCenter: parent.verticalCenter
-            text: qsTr("Inspector · %n request(s)", "", root.model ? root.model.total : 0)
+            text: {
+                const n = root.model ? root.model.total : 0;
+                return n === 1 ? qsTr("Inspector · 1 request") : qsTr("Inspector · %1 requests").arg(n);
+            }
             color: "white"
             font.pixelSize: 15
             font.weight: Font.Bold
@@ -83,8 +90,53 @@ Rectangle {
         }
     }
 
-    ListView {
+    // Live visibility of the page's ads: the share on screen now, and since when each is
+    // viewable (half of it for a continuous second; two seconds of playback for video).
+    Flow {
+        id: ads
+        objectName: "adVisibility"
         anchors.top: kinds.bottom
+        anchors.topMargin: 8
+        x: 12
+        width: parent.width - 24
+        spacing: 6
+        Repeater {
+            model: root.adViews
+            Rectangle {
+                id: chip
+                required property var modelData
+                readonly property var view: modelData.item
+                readonly property real fraction: view ? view.visibleFraction : 0
+                property string viewableAt: ""
+                objectName: "adVisibility-" + modelData.name
+                width: chipText.implicitWidth + 16
+                height: 24
+                radius: 6
+                color: viewableAt !== "" ? "#234236" : "#222a27"
+                border.color: fraction > 0 ? "#9fd3b8" : "#3b4a43"
+                Connections {
+                    target: chip.view
+                    ignoreUnknownSignals: true
+                    function onViewable() {
+                        chip.viewableAt = Qt.formatTime(new Date(), "hh:mm:ss");
+                    }
+                }
+                Component.onCompleted: if (view && view.viewableReported) viewableAt = qsTr("earlier")
+                Text {
+                    id: chipText
+                    anchors.centerIn: parent
+                    text: chip.modelData.name + " " + Math.round(chip.fraction * 100) + "%"
+                          + (chip.viewableAt !== "" ? " · viewable " + chip.viewableAt : "")
+                    color: chip.fraction > 0 ? "white" : "#7d8a84"
+                    font.pixelSize: 11
+                    font.weight: Font.DemiBold
+                }
+            }
+        }
+    }
+
+    ListView {
+        anchors.top: ads.bottom
         anchors.topMargin: 8
         anchors.bottom: parent.bottom
         width: parent.width

@@ -62,6 +62,7 @@ Window {
         clip: true
 
         HomePage {
+            id: homePage
             objectName: "homePage"
             anchors.fill: parent
             visible: app.page === "home"
@@ -110,6 +111,7 @@ Window {
         height: Math.round(parent.height * 0.5)
         visible: app.inspectorOpen
         model: app.inspector
+        adViews: homePage.adViews
         onClosed: app.inspectorOpen = false
     }
 
