@@ -46,6 +46,10 @@ QtMediaPlayer::~QtMediaPlayer() {
   // Whatever the pipeline still reports on its way down is of no interest any more.
   QObject::disconnect(&player_, nullptr, this, nullptr);
   QObject::disconnect(&audio_, nullptr, this, nullptr);
+  // Down to the null state, then the sink: in the other order GStreamer disposes a sink
+  // that is still in its ready state.
+  player_.stop();
+  player_.setSource(QUrl());
 }
 
 void QtMediaPlayer::setSource(const QUrl& url) {

@@ -24,8 +24,11 @@ VideoAdViewBase::~VideoAdViewBase() {
   appearance_ = nullptr;
   disappear(/*notify=*/false);
   if (manager_) {
-    // The manager (and its player) goes before the frames' item does.
-    manager_->player()->setVideoOutput(nullptr);
+    // The manager (and its player) goes before the frames' item does. The pipeline is
+    // taken down to its null state (no source) before its video sink is detached: a sink
+    // let go while the pipeline is only paused is left undisposed, and GStreamer says so.
+    manager_->player()->setSource(QUrl());
+    delete videoOutput_.data();
     delete manager_;
     manager_ = nullptr;
   }
