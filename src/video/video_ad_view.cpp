@@ -84,6 +84,7 @@ void VideoAdViewBase::componentComplete() {
 
   appearance_ = new AdAppearance(this);
   appearance_->setVideo(true);
+  appearance_->setReady();
   connect(appearance_, &AdAppearance::appeared, this, &VideoAdViewBase::appear);
   connect(appearance_, &AdAppearance::disappeared, this, [this] { disappear(); });
   setOnScreen(appearance_->onScreen());

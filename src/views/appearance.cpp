@@ -182,7 +182,7 @@ void AdAppearance::requestCheck() {
 }
 
 void AdAppearance::setFraction(double fraction) {
-  if (!drawable_) fraction = 0;
+  if (!drawable_ || !ready_) fraction = 0;
   if (fraction != fraction_) {
     fraction_ = fraction;
     Q_EMIT visibleFractionChanged();
@@ -228,6 +228,12 @@ void AdAppearance::armDeadline() {
   const double left = *due - monotonicSeconds();
   // Whole milliseconds rounded up: never early; the clock checks again when it fires.
   deadline_.start(static_cast<int>(std::ceil(std::max(0.0, left) * 1000.0)));
+}
+
+void AdAppearance::setReady() {
+  if (ready_) return;
+  ready_ = true;
+  requestCheck();
 }
 
 void AdAppearance::setDrawable(bool drawable) {

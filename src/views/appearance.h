@@ -84,6 +84,10 @@ class AdAppearance : public QObject {
   bool viewableReported() const { return viewableReported_; }
   bool impressionReported() const { return impressionReported_; }
 
+  /// The view is complete (its `componentComplete`): measured from the next frame on.
+  /// Until then it counts as off screen, since a list creates its delegates before it
+  /// places them.
+  void setReady();
   /// Whether the view draws an ad at all; one that does not never appears.
   void setDrawable(bool drawable);
   /// A video: the two-second rule, and its clock runs only while `playing`.
@@ -131,6 +135,7 @@ class AdAppearance : public QObject {
   QTimer deadline_;
   double fraction_ = 0;
   bool drawable_ = true;
+  bool ready_ = false;
   bool video_ = false;
   bool playing_ = false;
   bool impressionOnViewable_ = false;

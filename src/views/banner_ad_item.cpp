@@ -48,6 +48,7 @@ BannerAdViewBase::~BannerAdViewBase() {
 void BannerAdViewBase::componentComplete() {
   QQuickItem::componentComplete();
   relayout();
+  appearance_->setReady();
 }
 
 bool BannerAdViewBase::onScreen() const {

@@ -123,6 +123,7 @@ CarouselAdViewBase::~CarouselAdViewBase() {
 void CarouselAdViewBase::componentComplete() {
   CarouselStripBase::componentComplete();
   relayoutFromContent();
+  appearance_->setReady();
 }
 
 bool CarouselAdViewBase::onScreen() const {

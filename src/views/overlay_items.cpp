@@ -72,6 +72,7 @@ InterstitialAdViewBase::~InterstitialAdViewBase() {
 void InterstitialAdViewBase::componentComplete() {
   QQuickItem::componentComplete();
   appearance_ = new AdAppearance(this);
+  appearance_->setReady();
   connect(appearance_, &AdAppearance::appeared, this, [this] { onScreenNow(true); });
   connect(appearance_, &AdAppearance::disappeared, this, [this] { onScreenNow(false); });
   // While it is up, the interstitial covers the rest of its window: views beneath it
@@ -172,6 +173,11 @@ PIPAdViewBase::PIPAdViewBase(QQuickItem* parent)
 
 PIPAdViewBase::~PIPAdViewBase() {
   delete appearance_;
+}
+
+void PIPAdViewBase::componentComplete() {
+  QQuickItem::componentComplete();
+  appearance_->setReady();
 }
 
 bool PIPAdViewBase::impressionReported() const {

@@ -171,6 +171,9 @@ class PIPAdViewBase : public QQuickItem {
   /// Two seconds of playback with at least half of the video on screen; once.
   void viewable(const tavik::quick::QmlBannerAd& ad);
 
+ protected:
+  void componentComplete() override;
+
  private:
   void reportImpression();
 

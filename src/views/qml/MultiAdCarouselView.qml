@@ -26,7 +26,8 @@ MultiAdCarouselViewBase {
 
             BannerAdView {
                 objectName: "card" + card.index
-                x: (root.cardWidth - width) / 2
+                // Never over the card before it, also while its size settles.
+                x: Math.max(0, (root.cardWidth - width) / 2)
                 anchors.verticalCenter: parent.verticalCenter
                 config: root.config
                 ad: card.modelData
