@@ -15,6 +15,8 @@ class Setup : public QObject {
     engine->rootContext()->setContextProperty(QStringLiteral("sandbox"),
                                               &tavik::test::SandboxFixture::shared());
   }
+  // After the last test: no sandbox thread may still serve while statics go away.
+  void cleanupTestCase() { tavik::test::SandboxFixture::stopShared(); }
 };
 
 QUICK_TEST_MAIN_WITH_SETUP(tavik_views, Setup)

@@ -19,9 +19,21 @@ SandboxFixture::SandboxFixture() : env_(std::make_unique<SandboxEnv>()) {
       .buildGlobalInstance();
 }
 
+namespace {
+// Never destroyed: the SDK installed against it lives for the whole process.
+SandboxFixture* sharedFixture = nullptr;
+}  // namespace
+
 SandboxFixture& SandboxFixture::shared() {
-  static SandboxFixture* fixture = new SandboxFixture();
+  static SandboxFixture* fixture = sharedFixture = new SandboxFixture();
   return *fixture;
+}
+
+void SandboxFixture::stopShared() {
+  if (!sharedFixture) return;
+  // Requests still in flight end with their connection; the SDK reports nothing after
+  // main() anyway.
+  sharedFixture->env().server().stop();
 }
 
 QString SandboxFixture::baseUrl() const {

@@ -18,6 +18,10 @@ class SandboxFixture : public QObject {
  public:
   /// Starts the sandbox and installs the global SDK against it (once per process).
   static SandboxFixture& shared();
+  /// Stops the shared sandbox, if one was started, and joins its threads: called at the
+  /// end of main(), so no server thread still runs while the process's statics are
+  /// destroyed.
+  static void stopShared();
 
   SandboxEnv& env() { return *env_; }
   QString baseUrl() const;
