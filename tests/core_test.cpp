@@ -236,7 +236,11 @@ TEST(LogSink, DebugLinesAreQuotedAndEscaped) {
   std::vector<std::string> lines;
   setLogSink([&](std::string_view line) { lines.emplace_back(line); });
   detail::debugLine("a \"b\" \\ c\nd");
+  detail::debugLine(std::string("it's\t\r\x1b\x7f\x01\0 \xc3\xa9", 13));
   setLogSink(nullptr);
-  ASSERT_EQ(lines.size(), 1u);
+  ASSERT_EQ(lines.size(), 2u);
   EXPECT_EQ(lines[0], R"("TAVIK: - a \"b\" \\ c\nd")");
+  // Apostrophes are escaped too; other control characters as two upper-case hex digits;
+  // non-ASCII text stays as it is.
+  EXPECT_EQ(lines[1], R"("TAVIK: - it\'s\t\r\u{1B}\u{7F}\u{01}\0 é")");
 }

@@ -44,6 +44,9 @@ std::string quoteText(std::string_view text) {
       case '"':
         out += "\\\"";
         break;
+      case '\'':
+        out += "\\'";
+        break;
       case '\\':
         out += "\\\\";
         break;
@@ -61,10 +64,14 @@ std::string quoteText(std::string_view text) {
         break;
       default:
         if (c < 0x20 || c == 0x7f) {
-          char escape[16];
-          std::snprintf(escape, sizeof escape, "\\u{%x}", c);
-          out += escape;
+          // Any other ASCII control character: two upper-case hex digits in braces.
+          static constexpr char kHex[] = "0123456789ABCDEF";
+          out += "\\u{";
+          out += kHex[c >> 4];
+          out += kHex[c & 0xF];
+          out += '}';
         } else {
+          // Printable ASCII and every byte of a non-ASCII character stay as they are.
           out += static_cast<char>(c);
         }
     }

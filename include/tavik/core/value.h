@@ -111,8 +111,10 @@ class Parameters {
 /// Description of an optional dictionary: `Optional([...])`, or `nil` when absent.
 std::string describeOptional(const Parameters* parameters);
 
-/// A string literal as the debug lines print it: in double quotes, with quotes,
-/// backslashes and control characters escaped.
+/// A string literal as the debug lines print it: in double quotes; double quotes,
+/// apostrophes and backslashes get a backslash, NUL, tab, newline and carriage return
+/// their short escapes, and the other ASCII control characters "\u{1B}"-style escapes.
+/// Non-ASCII characters stay as they are.
 std::string quoteText(std::string_view text);
 
 }  // namespace tavik
