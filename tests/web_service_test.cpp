@@ -62,13 +62,17 @@ int curlCodeOf(const TavikError& error) {
 }  // namespace
 
 TEST(WebServiceUrls, OnlyAbsoluteHttpsAddressesWithAHostPass) {
-  for (const char* good :
-       {"https://a.example", "HTTPS://a.example/x", "https://127.0.0.1:8443/v2?x=1"}) {
+  // An empty port is no port ("https://host:/"); only an empty port followed by "//" is
+  // a doubled scheme.
+  for (const char* good : {"https://a.example", "HTTPS://a.example/x",
+                           "https://127.0.0.1:8443/v2?x=1", "https://a.example:/",
+                           "https://a.example:", "https://[::1]:/x", "https://a.example/a/../b"}) {
     EXPECT_TRUE(WebService::isValidApiUrl(good)) << good;
   }
   for (const char* bad :
        {"", "   \n", "://a.example", "http://a.example", "ftp://a.example", "https://",
-        "a.example/path", "https:///path", "https://https://a.example", "https:// a.example"}) {
+        "a.example/path", "https:///path", "https://https://a.example", "https:// a.example",
+        "https://a.example:x/", "https://[::1]x/"}) {
     EXPECT_FALSE(WebService::isValidApiUrl(bad)) << bad;
   }
   const WebService service(false);
@@ -144,6 +148,25 @@ TEST_F(WebServiceHttps, GetSendsEncodedItemsInOrderWithTheOsKeysLast) {
                                       {"n", "-3"},
                                       {"os_version", sdkVersion()},
                                       {"os_name", "iOS"}}));
+}
+
+TEST_F(WebServiceHttps, AddressesGoOutAsWrittenDotSegmentsIncluded) {
+  env.server().script("/v2/../x/./events", reply(200, "{}"));
+  const auto apiUrl =
+      service.generateApiUrl(env.base() + "/v2/../x/./events", Parameters{{"k", 1}});
+  ASSERT_TRUE(apiUrl.apiUrl);
+  EXPECT_EQ(apiUrl.apiUrl->string(), env.base() + "/v2/../x/./events?k=1");
+  EXPECT_EQ(
+      await(service.request(*apiUrl.apiUrl, HTTPMethod::get, std::nullopt))["response"]["code"],
+      200);
+  // An empty port: the address has no port and is sent to the default one, so here only
+  // its acceptance and its text are checked.
+  const auto emptyPort = service.generateApiUrl("https://a.example:/events", std::nullopt);
+  ASSERT_TRUE(emptyPort.apiUrl);
+  EXPECT_EQ(emptyPort.apiUrl->host(), "a.example");
+  const auto requests = env.server().requests();
+  ASSERT_EQ(requests.size(), 1u);
+  EXPECT_EQ(requests[0].path, "/v2/../x/./events");
 }
 
 TEST_F(WebServiceHttps, AnswersBecomeTheResponseDictionaryOrTheirError) {

@@ -475,16 +475,18 @@ class HttpClient {
     const auto& r = t->request;
     t->maxBodyBytes = r.maxBodyBytes ? r.maxBodyBytes : s.maxBodyBytes;
     curl_easy_setopt(easy, CURLOPT_URL, r.url.c_str());
+    // The path goes out as written: "/a/../b" is not folded to "/b".
+    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(easy, CURLOPT_PRIVATE, t);
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, t->errorBuffer);
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy, CURLOPT_SHARE, share_);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, writeBody);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, t);
-    // What is left of the time-out counted from the call.
+    // What is left of the time-out counted from the call; connecting counts against it
+    // (the connection time-out is the same, so libcurl's own default never applies).
     curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, remaining);
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS,
-                     std::min(remaining, static_cast<long>(s.connectTimeout.count())));
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, remaining);
     curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(t->maxBodyBytes));
     // Only https leaves the SDK, redirects included, and TLS is always verified.
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "https");

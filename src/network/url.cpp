@@ -29,9 +29,10 @@ std::optional<Url> Url::parse(std::string_view text) {
   UrlHandle handle(curl_url());
   if (!handle) return std::nullopt;
   const std::string input(text);
-  // Any scheme parses here; which schemes may be used is the caller's decision.
-  if (curl_url_set(handle.get(), CURLUPART_URL, input.c_str(), CURLU_NON_SUPPORT_SCHEME) !=
-      CURLUE_OK) {
+  // Any scheme parses here; which schemes may be used is the caller's decision. The path
+  // is kept as given: dot segments ("/a/../b") are not resolved.
+  if (curl_url_set(handle.get(), CURLUPART_URL, input.c_str(),
+                   CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS) != CURLUE_OK) {
     return std::nullopt;
   }
   Url url;

@@ -84,14 +84,21 @@ void WebService::log(const std::string& text) const {
 
 namespace {
 
-// The authority as written must be a host with an optional numeric port. libcurl's
-// parser is lenient here ("https:///x" gets the host "x", and "https://https://x" the
-// host "https" with an empty port); a doubled scheme must fail the check instead.
+// The authority as written must be a host with an optional numeric port, which may be
+// empty ("https://host:/" is a valid address without a port). libcurl's parser is
+// lenient here ("https:///x" gets the host "x", and "https://https://x" the host "https"
+// with an empty port); a doubled scheme (an empty port followed by "//") must fail the
+// check instead.
 bool wellFormedAuthority(const std::string& text) {
   const auto schemeEnd = text.find("://");
   if (schemeEnd == std::string::npos) return false;
   const auto start = schemeEnd + 3;
   const auto end = text.find_first_of("/?#", start);
+  // An empty port right before "//" is a second scheme, not an address without a port.
+  if (end != std::string::npos && end > start && text[end - 1] == ':' &&
+      text.compare(end, 2, "//") == 0) {
+    return false;
+  }
   std::string authority = text.substr(start, end == std::string::npos ? end : end - start);
   if (const auto at = authority.rfind('@'); at != std::string::npos) authority.erase(0, at + 1);
   std::string port;
@@ -101,13 +108,11 @@ bool wellFormedAuthority(const std::string& text) {
     if (close + 1 < authority.size()) {
       if (authority[close + 1] != ':') return false;
       port = authority.substr(close + 2);
-      if (port.empty()) return false;
     }
     authority = authority.substr(0, close + 1);
   } else if (const auto colon = authority.rfind(':'); colon != std::string::npos) {
     port = authority.substr(colon + 1);
     authority.erase(colon);
-    if (port.empty()) return false;
   }
   if (port.size() > 5 ||
       !std::all_of(port.begin(), port.end(), [](unsigned char c) { return std::isdigit(c); })) {

@@ -10,7 +10,7 @@
 
 namespace tavik {
 
-/// The page type of a product-listing-ad request; its wire string goes into "pt".
+/// The page type of a product-listing-ad request; its wire string goes into "page_type".
 enum class PlaPageType : std::uint8_t { product, search, home, category, purchase, tpa };
 
 template <>

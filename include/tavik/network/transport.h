@@ -13,10 +13,9 @@ namespace tavik::transport {
 struct Settings {
   /// Whole-request time-out, counted from the call that made the request: time spent
   /// waiting behind other requests of the same origin counts. Every request ends, with
-  /// its answer or an error, within about this time.
+  /// its answer or an error, within about this time. It is the only time-out: setting up
+  /// a connection (TCP and TLS handshake) counts against it too.
   std::chrono::milliseconds requestTimeout{60'000};
-  /// Time-out of establishing a connection (TCP and TLS handshake).
-  std::chrono::milliseconds connectTimeout{10'000};
   /// An answer whose body is larger fails with a transport error instead of growing memory.
   std::size_t maxBodyBytes = 8 * 1024 * 1024;
   /// The same limit for creatives the views download (images and video).
