@@ -6,6 +6,7 @@
 
 #include "network/http_client.h"
 #include "network/json_text.h"
+#include "network/web_service_internal.h"
 #include "tavik/core/error.h"
 #include "tavik/core/log.h"
 #include "tavik/version.h"
@@ -236,5 +237,21 @@ Future<detail::Answer> WebService::requestAnswer(const Url& url, HTTPMethod meth
                                                  const Headers& headers) const {
   return exchange(*this, url, method, parameters, headers).then(answerOf);
 }
+
+namespace detail {
+
+Future<HttpResponse> exchangeGet(const WebService& service, const Url& url) {
+  return exchange(service, url, HTTPMethod::get, std::nullopt, {});
+}
+
+nlohmann::json responseDictionary(const HttpResponse& response) {
+  return dictionaryOf(response);
+}
+
+std::string finalGetUrl(const Url& url) {
+  return WebService::makeQueryUrl(url, WebService::enhancedParameters(std::nullopt)).string();
+}
+
+}  // namespace detail
 
 }  // namespace tavik
