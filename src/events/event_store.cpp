@@ -203,6 +203,12 @@ struct EventStore::Impl {
     if (code != SQLITE_OK) return code;
     if (sqlite3_step(last.stmt) != SQLITE_ROW) return sqlite3_errcode(db);
     nextId = sqlite3_column_int64(last.stmt, 0) + 1;
+    Statement rows;
+    code = sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM events", -1, &rows.stmt, nullptr);
+    if (code != SQLITE_OK) return code;
+    if (sqlite3_step(rows.stmt) != SQLITE_ROW) return sqlite3_errcode(db);
+    // Counted before the thread loads them, so the stats show the backlog from build on.
+    counters.pending = static_cast<std::uint64_t>(sqlite3_column_int64(rows.stmt, 0));
     return SQLITE_OK;
   }
 
@@ -421,14 +427,17 @@ struct EventStore::Impl {
       bool stop = false;
       {
         std::unique_lock lock(mutex);
-        const auto deadline = nextWake(lock);
-        wake.wait_until(lock, deadline, [&] {
-          return stopping || ops.size() >= 512 ||
-                 (!ops.empty() && SteadyClock::now() >= firstOp + options.commitInterval);
-        });
+        // Sleeps until a group is due for its commit, a retry is due, or an hour-old row
+        // may have to go; an event arriving in an empty queue wakes it to set its alarm.
+        while (!stopping) {
+          const auto at = SteadyClock::now();
+          if (!ops.empty() && at >= firstOp + options.commitInterval) break;
+          const auto deadline = nextWake(at);
+          if (at >= deadline) break;
+          wake.wait_until(lock, deadline);
+        }
         stop = stopping;
-        if (stop || ops.size() >= 512 ||
-            (!ops.empty() && SteadyClock::now() >= firstOp + options.commitInterval)) {
+        if (stop || (!ops.empty() && SteadyClock::now() >= firstOp + options.commitInterval)) {
           group.swap(ops);
         }
       }
@@ -444,13 +453,13 @@ struct EventStore::Impl {
   }
 
   // The next moment the thread has work: a group to commit, a retry due, an event to age.
-  SteadyClock::time_point nextWake(std::unique_lock<std::mutex>&) const {
-    auto wakeAt = SteadyClock::now() + std::chrono::seconds(1);
+  SteadyClock::time_point nextWake(SteadyClock::time_point at) const {
+    auto wakeAt = at + std::chrono::seconds(1);
     if (!ops.empty()) wakeAt = std::min(wakeAt, firstOp + options.commitInterval);
     if (!due.empty() && inFlight < options.maxInFlight) {
       const auto in =
           std::chrono::milliseconds(std::max<std::int64_t>(due.begin()->first - now(), 0));
-      wakeAt = std::min(wakeAt, SteadyClock::now() + in);
+      wakeAt = std::min(wakeAt, at + in);
     }
     return wakeAt;
   }
