@@ -601,4 +601,38 @@ EventStoreStats storeStats() {
   return store ? store->stats() : EventStoreStats{};
 }
 
+std::vector<StoredEvent> readStore(const std::string& path) {
+  sqlite3* db = nullptr;
+  const auto failure = [&](const std::string& what) {
+    const std::string message =
+        "cannot read the event store " + path + ": " + (db ? sqlite3_errmsg(db) : what);
+    sqlite3_close_v2(db);
+    return std::runtime_error(message);
+  };
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+    throw failure("cannot open it");
+  }
+  detail::Statement select;
+  if (sqlite3_prepare_v2(db, "SELECT id, event_time, created, url FROM events ORDER BY id", -1,
+                         &select.stmt, nullptr) != SQLITE_OK) {
+    throw failure("");
+  }
+  std::vector<StoredEvent> rows;
+  int code;
+  while ((code = sqlite3_step(select.stmt)) == SQLITE_ROW) {
+    StoredEvent row;
+    row.id = sqlite3_column_int64(select.stmt, 0);
+    row.eventTime = sqlite3_column_int64(select.stmt, 1);
+    row.storedAt = sqlite3_column_int64(select.stmt, 2);
+    const auto* url = reinterpret_cast<const char*>(sqlite3_column_text(select.stmt, 3));
+    row.url = url ? url : "";
+    rows.push_back(std::move(row));
+  }
+  if (code != SQLITE_DONE) throw failure("");
+  sqlite3_finalize(select.stmt);
+  select.stmt = nullptr;
+  sqlite3_close_v2(db);
+  return rows;
+}
+
 }  // namespace tavik::events

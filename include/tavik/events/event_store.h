@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 // The opt-in event store (`TAVIK::Builder::eventStore`): every event the SDK is asked to
 // send is kept in an SQLite database until the event service accepted it, retried after
@@ -40,9 +41,20 @@ struct EventStoreStats {
   std::uint64_t evictedByAge = 0;
 };
 
+/// One event as the store keeps it.
+struct StoredEvent {
+  std::int64_t id = 0;         // the order in which the events were made
+  std::int64_t eventTime = 0;  // "event_time" of the original call
+  std::int64_t storedAt = 0;   // when the store took it, milliseconds since the epoch
+  std::string url;             // the exact address every attempt sends
+};
+
 namespace events {
 /// The event store's counters; all zero and `active` false without a store.
 EventStoreStats storeStats();
+/// What the store file at `path` holds, oldest first, read without changing it (also
+/// while a host has it open). Throws std::runtime_error when it cannot be read.
+std::vector<StoredEvent> readStore(const std::string& path);
 }  // namespace events
 
 }  // namespace tavik
