@@ -114,7 +114,8 @@ struct EventStore::Impl {
     int attempts = 0;
     bool stored = false;
     bool inFlight = false;
-    bool storeSent = false;  // in flight as a retry, counted against maxInFlight
+    bool storeSent = false;      // in flight as a retry, counted against maxInFlight
+    std::int64_t notBefore = 0;  // the service's "Retry-After"
   };
   std::map<std::int64_t, Pending> pending;              // by id: oldest first
   std::set<std::pair<std::int64_t, std::int64_t>> due;  // (due time, id)
@@ -275,6 +276,19 @@ struct EventStore::Impl {
     return std::max(jitter(random), retryAfterMs);
   }
 
+  // An accepted attempt shows the service is back: events waiting out their back-off go
+  // now, oldest first (still at most maxInFlight at once), rather than minutes later.
+  void pullRetriesForward(std::int64_t at) {
+    if (due.empty() || due.rbegin()->first <= at) return;
+    std::set<std::pair<std::int64_t, std::int64_t>> now;
+    for (const auto& [when, id] : due) {
+      const auto row = pending.find(id);
+      const std::int64_t notBefore = row == pending.end() ? 0 : row->second.notBefore;
+      now.emplace(std::min(when, std::max(at, notBefore)), id);
+    }
+    due.swap(now);
+  }
+
   void forget(std::int64_t id, std::vector<std::int64_t>& removals) {
     auto it = pending.find(id);
     if (it == pending.end()) return;
@@ -309,6 +323,7 @@ struct EventStore::Impl {
       switch (op.outcome.kind) {
         case AttemptOutcome::Kind::accepted:
           count(&EventStoreStats::delivered);
+          pullRetriesForward(at);
           if (options.beforeRemovingAccepted) options.beforeRemovingAccepted(op.id);
           forget(op.id, removals);
           break;
@@ -322,6 +337,7 @@ struct EventStore::Impl {
           break;
         case AttemptOutcome::Kind::retry:
           ++row.attempts;
+          row.notBefore = at + op.outcome.retryAfterMs;
           due.emplace(at + backoff(row.attempts, op.outcome.retryAfterMs), op.id);
           break;
         case AttemptOutcome::Kind::abandoned:
