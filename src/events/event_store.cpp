@@ -104,6 +104,7 @@ struct EventStore::Impl {
   std::vector<Op> ops;
   SteadyClock::time_point firstOp;
   bool stopping = false;
+  bool slotFreed = false;  // a retry's answer came: the thread may start the next one
   EventStoreStats counters;
 
   // The store thread's own.
@@ -124,6 +125,10 @@ struct EventStore::Impl {
   std::mt19937_64 random{std::random_device{}()};
   std::weak_ptr<EventStore> self;
   int lastError = SQLITE_OK;
+  // Changes applied in memory and not written yet, and since when.
+  std::vector<std::int64_t> unwrittenAdds, unwrittenRemovals;
+  bool unwritten = false;
+  SteadyClock::time_point unwrittenSince;
 
   std::int64_t now() const { return options.clock ? options.clock() : systemMillis(); }
 
@@ -300,7 +305,8 @@ struct EventStore::Impl {
 
   // Applies one group: new events, outcomes, evictions; one transaction.
   void apply(std::vector<Op>& group) {
-    std::vector<std::int64_t> added, removals;
+    std::vector<std::int64_t>& added = unwrittenAdds;
+    std::vector<std::int64_t>& removals = unwrittenRemovals;
     const std::int64_t at = now();
     for (auto& op : group) {
       if (op.add) {
@@ -345,9 +351,17 @@ struct EventStore::Impl {
       }
     }
     evict(at, removals);
-    if (!db) return;
-    if (added.empty() && removals.empty()) return;
-    if (!write(added, removals)) fail("writing to");
+  }
+
+  // Writes what the groups applied since the last commit changed, in one transaction.
+  void flush() {
+    if (db && !(unwrittenAdds.empty() && unwrittenRemovals.empty()) &&
+        !write(unwrittenAdds, unwrittenRemovals)) {
+      fail("writing to");
+    }
+    unwrittenAdds.clear();
+    unwrittenRemovals.clear();
+    unwritten = false;
   }
 
   void evict(std::int64_t at, std::vector<std::int64_t>& removals) {
@@ -431,7 +445,7 @@ struct EventStore::Impl {
       if (options.debug) debugLine("event store: sending again " + request.url);
       sendHttpRequest(std::move(request))
           .whenReady([weak = self, id](const Future<HttpResponse>& attempt) {
-            if (auto store = weak.lock()) store->answered(id, outcomeOf(attempt));
+            if (auto store = weak.lock()) store->answered(id, outcomeOf(attempt), true);
           });
     }
   }
@@ -443,22 +457,32 @@ struct EventStore::Impl {
       bool stop = false;
       {
         std::unique_lock lock(mutex);
-        // Sleeps until a group is due for its commit, a retry is due, or an hour-old row
-        // may have to go; an event arriving in an empty queue wakes it to set its alarm.
+        // Sleeps until a commit is due, a retry's slot came free, a retry is due, or a row
+        // may have aged; an event arriving in an empty queue wakes it to set its alarm.
         while (!stopping) {
           const auto at = SteadyClock::now();
-          if (!ops.empty() && at >= firstOp + options.commitInterval) break;
+          if (!ops.empty() && (slotFreed || at >= firstOp + options.commitInterval)) break;
           const auto deadline = nextWake(at);
           if (at >= deadline) break;
           wake.wait_until(lock, deadline);
         }
         stop = stopping;
-        if (stop || (!ops.empty() && SteadyClock::now() >= firstOp + options.commitInterval)) {
+        if (!ops.empty()) {
+          if (!unwritten) {
+            unwritten = true;
+            unwrittenSince = firstOp;
+          }
           group.swap(ops);
         }
+        slotFreed = false;
       }
+      // Applied in memory at once, so a freed slot takes the next retry now; written to
+      // the database once per commit interval.
       apply(group);
       group.clear();
+      if (stop || (unwritten && SteadyClock::now() >= unwrittenSince + options.commitInterval)) {
+        flush();
+      }
       {
         std::lock_guard lock(mutex);
         counters.pending = pending.size();
@@ -472,6 +496,7 @@ struct EventStore::Impl {
   SteadyClock::time_point nextWake(SteadyClock::time_point at) const {
     auto wakeAt = at + std::chrono::seconds(1);
     if (!ops.empty()) wakeAt = std::min(wakeAt, firstOp + options.commitInterval);
+    if (unwritten) wakeAt = std::min(wakeAt, unwrittenSince + options.commitInterval);
     if (!due.empty() && inFlight < options.maxInFlight) {
       const auto in =
           std::chrono::milliseconds(std::max<std::int64_t>(due.begin()->first - now(), 0));
@@ -531,7 +556,7 @@ std::int64_t EventStore::add(std::string finalUrl, std::int64_t eventTime) {
   return id;
 }
 
-void EventStore::answered(std::int64_t id, AttemptOutcome outcome) {
+void EventStore::answered(std::int64_t id, AttemptOutcome outcome, bool freesSlot) {
   Impl::Op op;
   op.id = id;
   op.outcome = std::move(outcome);
@@ -542,8 +567,9 @@ void EventStore::answered(std::int64_t id, AttemptOutcome outcome) {
     first = impl_->ops.empty();
     if (first) impl_->firstOp = SteadyClock::now();
     impl_->ops.push_back(std::move(op));
+    impl_->slotFreed |= freesSlot;
   }
-  if (first) impl_->wake.notify_one();
+  if (first || freesSlot) impl_->wake.notify_one();
 }
 
 bool EventStore::accepting() const {

@@ -68,8 +68,9 @@ class EventStore : public std::enable_shared_from_this<EventStore> {
   /// Takes one event whose first attempt goes out now; returns its id, 0 when the store
   /// no longer accepts events (the caller then sends without it). Never waits for disk.
   std::int64_t add(std::string finalUrl, std::int64_t eventTime);
-  /// Hands over how an attempt of event `id` ended.
-  void answered(std::int64_t id, AttemptOutcome outcome);
+  /// Hands over how an attempt of event `id` ended; `freesSlot` for the store's own
+  /// retries, whose end lets the next one start at once.
+  void answered(std::int64_t id, AttemptOutcome outcome, bool freesSlot = false);
   bool accepting() const;
   EventStoreStats stats() const;
   const std::string& path() const;

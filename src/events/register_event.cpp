@@ -44,8 +44,9 @@ void writeProductKeys(TrackingParams& params, const std::string& skuId,
 // `onError` tell its own result; the store keeps the event until an attempt was accepted.
 RegisterEvent::Result RegisterEvent::sendKept(detail::EventStore& store, const Url& apiUrl,
                                               std::int64_t eventTime, const ErrorHandler& onError) {
-  const auto id = store.add(detail::finalGetUrl(apiUrl), eventTime);
-  auto attempt = detail::exchangeGet(webService, apiUrl);
+  std::string sentUrl;
+  auto attempt = detail::exchangeGet(webService, apiUrl, &sentUrl);
+  const auto id = store.add(std::move(sentUrl), eventTime);
   if (id != 0) {
     attempt.whenReady([store = store.shared_from_this(), id](const auto& answer) {
       store->answered(id, detail::outcomeOf(answer));

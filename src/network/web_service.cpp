@@ -188,7 +188,7 @@ namespace {
 // of POST and PUT, and sending.
 Future<detail::HttpResponse> exchange(const WebService& service, const Url& url, HTTPMethod method,
                                       const std::optional<Parameters>& parameters,
-                                      const Headers& headers) {
+                                      const Headers& headers, std::string* sentUrl = nullptr) {
   const std::string_view methodName = rawValue(method);
   const Parameters enhanced = WebService::enhancedParameters(parameters);
   const Url finalUrl = (method == HTTPMethod::get && !enhanced.empty())
@@ -205,6 +205,7 @@ Future<detail::HttpResponse> exchange(const WebService& service, const Url& url,
 
   detail::HttpRequest http;
   http.url = finalUrl.string();
+  if (sentUrl) *sentUrl = http.url;
   http.method = std::string(methodName);
   http.debug = service.debug();
   http.source = detail::RequestSource::webService;
@@ -240,16 +241,12 @@ Future<detail::Answer> WebService::requestAnswer(const Url& url, HTTPMethod meth
 
 namespace detail {
 
-Future<HttpResponse> exchangeGet(const WebService& service, const Url& url) {
-  return exchange(service, url, HTTPMethod::get, std::nullopt, {});
+Future<HttpResponse> exchangeGet(const WebService& service, const Url& url, std::string* sentUrl) {
+  return exchange(service, url, HTTPMethod::get, std::nullopt, {}, sentUrl);
 }
 
 nlohmann::json responseDictionary(const HttpResponse& response) {
   return dictionaryOf(response);
-}
-
-std::string finalGetUrl(const Url& url) {
-  return WebService::makeQueryUrl(url, WebService::enhancedParameters(std::nullopt)).string();
 }
 
 }  // namespace detail

@@ -13,15 +13,12 @@
 namespace tavik::detail {
 
 /// `WebService::request(url, GET, nullopt)` up to the HTTP exchange: the same debug lines
-/// and the same request, answered with the raw response.
-Future<HttpResponse> exchangeGet(const WebService& service, const Url& url);
+/// and the same request, answered with the raw response. `sentUrl` receives the address
+/// it went to ("os_version" and "os_name" appended).
+Future<HttpResponse> exchangeGet(const WebService& service, const Url& url, std::string* sentUrl);
 
 /// What `WebService::request` makes of a raw response (the response dictionary), or the
 /// error it throws for it.
 nlohmann::json responseDictionary(const HttpResponse& response);
-
-/// The address a GET of `url` without parameters is sent to: `url` with "os_version" and
-/// "os_name" appended.
-std::string finalGetUrl(const Url& url);
 
 }  // namespace tavik::detail
