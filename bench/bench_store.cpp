@@ -26,10 +26,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr std::size_t kEvents = 10'000;
 
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
 std::string tempPath(const std::string& name) {
   const auto dir =
       std::filesystem::temp_directory_path() / ("tavik-bench-store-" + std::to_string(::getpid()));
