@@ -94,17 +94,19 @@ Rectangle {
 
     // The event store: what waits for the event service, what went, and a switch that
     // takes the service offline so events wait here and drain when it is back.
-    Row {
+    Flow {
         id: storeRow
         objectName: "eventStoreRow"
         anchors.top: kinds.bottom
         anchors.topMargin: 8
         x: 12
+        width: parent.width - 24
         spacing: 8
         visible: root.store !== null
         Text {
             objectName: "eventStorePending"
-            anchors.verticalCenter: parent.verticalCenter
+            height: 24
+            verticalAlignment: Text.AlignVCenter
             text: !root.store ? "" : !root.store.active ? qsTr("Event store off")
                   : qsTr("Event store · %1 waiting · %2 delivered · %3 retried")
                         .arg(root.store.pending).arg(root.store.delivered).arg(root.store.retried)
