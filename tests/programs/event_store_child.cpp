@@ -3,9 +3,10 @@
 //       sends COUNT events ("cli_ubid" k0, k1, ...), printing "I START END STEADY" once
 //       event I's call returned (wall-clock milliseconds before and after the call, and
 //       the steady clock's milliseconds after it), then "done", then waits to be killed.
-//   event_store_child deliver HOST:PORT CA_BUNDLE STORE
+//   event_store_child deliver HOST:PORT CA_BUNDLE STORE [serial]
 //       waits (at most 30 s) until the store holds nothing, prints the stats, exits 0
-//       when it holds nothing.
+//       when it holds nothing; "serial": one request in transfer at a time, so the
+//       service sees the backlog in the order it is sent.
 //   event_store_child accept-kill HOST:PORT CA_BUNDLE STORE COUNT KILL_ID
 //       sends COUNT events one after another, each after the previous one's answer; the
 //       process kills itself with SIGKILL once event KILL_ID was accepted, before its row
@@ -47,7 +48,15 @@ int main(int argc, char** argv) {
     return 2;
   }
   const std::string mode = argv[1];
-  const int count = argc > 5 ? std::atoi(argv[5]) : 0;
+  const int count = argc > 5 && mode != "deliver" ? std::atoi(argv[5]) : 0;
+  if (mode == "deliver" && argc > 5 && std::string(argv[5]) == "serial") {
+    // Trusted before the store opens: it sends its backlog at once.
+    transport::trustCaBundle(argv[3]);
+    detail::EventStoreOptions options;
+    options.path = argv[4];
+    options.maxInFlight = 1;
+    detail::openEventStore(options);
+  }
   if (mode == "accept-kill") {
     detail::EventStoreOptions options;
     options.path = argv[4];
