@@ -23,10 +23,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr std::size_t kEvents = 10'000;
 
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
 struct Side {
   double seconds = 0;         // wall time of all bursts
   double fireSeconds = 0;     // of which spent handing the events over

@@ -24,10 +24,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
 // The banner query without the two items the web service appends to every request.
 std::string queryWithoutOsItems(const std::string& query) {
   std::stringstream in(query);

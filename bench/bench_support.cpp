@@ -444,6 +444,10 @@ double median(std::vector<double> values) {
   return *middle;
 }
 
+double secondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
 int benchMain(int argc, char** argv) {
   if (argc == 3 && std::string(argv[1]) == "--dump-fixtures") return dumpFixtures(argv[2]) ? 0 : 1;
   benchmark::Initialize(&argc, argv);

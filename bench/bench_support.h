@@ -7,6 +7,7 @@
 #include <curl/curl.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -141,6 +142,8 @@ double threadCpuSeconds();
 double liveHeapMiB();
 
 double median(std::vector<double> values);
+/// Wall-clock seconds from `start` to now.
+double secondsSince(std::chrono::steady_clock::time_point start);
 
 // ---- entry ----------------------------------------------------------------------------
 

@@ -24,7 +24,7 @@ log "building (Release) in $BUILD"
 cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTAVIK_BUILD_BENCH=ON \
   -DTAVIK_BUILD_TESTS=OFF >/dev/null
 cmake --build "$BUILD" --target tavik_bench_net tavik_bench_decode tavik_bench_memory \
-  tavik_bench_transport_parts tavik-sandbox
+  tavik_bench_transport_parts tavik_bench_store tavik-sandbox
 
 if ! command -v nginx >/dev/null && [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null; then
   log "installing nginx-light"
@@ -95,6 +95,9 @@ if [ -n "$NGINX" ]; then
   log "memory benchmark against nginx"
   "$BUILD/bench/tavik_bench_memory" "${BENCH_ARGS[@]}" --benchmark_out="$RESULTS/memory.json" \
     --benchmark_out_format=json
+  log "event store against nginx"
+  "$BUILD/bench/tavik_bench_store" "${BENCH_ARGS[@]}" --benchmark_out="$RESULTS/store.json" \
+    --benchmark_out_format=json
 else
   SERVER_NOTE="nginx is not installed: the sandbox is the only server"
   echo "$SERVER_NOTE" >&2
@@ -118,6 +121,8 @@ if [ "${TAVIK_BENCH_SKIP_SANDBOX:-0}" != 1 ] || [ -z "$NGINX" ]; then
     --benchmark_out_format=json
   if [ -z "$NGINX" ]; then
     "$BUILD/bench/tavik_bench_memory" "${BENCH_ARGS[@]}" --benchmark_out="$RESULTS/memory.json" \
+      --benchmark_out_format=json
+    "$BUILD/bench/tavik_bench_store" "${BENCH_ARGS[@]}" --benchmark_out="$RESULTS/store.json" \
       --benchmark_out_format=json
   fi
   kill "$SANDBOX_PID" 2>/dev/null || true

@@ -14,8 +14,10 @@
 #include <QQmlApplicationEngine>
 #include <QQuickImageProvider>
 #include <QQuickWindow>
+#include <QTemporaryDir>
 #include <iostream>
 
+#include "event_store_status.h"
 #include "request_log.h"
 #include "shop.h"
 #include "tavik/network/request_observer.h"
@@ -66,13 +68,18 @@ int main(int argc, char** argv) {
     return 1;
   }
   const std::string host = "127.0.0.1:" + std::to_string(server.port());
+  // The shop keeps its events in the SDK's event store until the service took them. Its
+  // sandbox lives for one run, so the store does too.
+  QTemporaryDir storeDir;
   TAVIK::Builder()
       .clientId("tavik-outfitters")
       .productAdsHost(host)
       .displayAdsHost(host)
       .eventTrackingHost(host)
       .trustedCaBundle(server.certPath())
+      .eventStore(storeDir.filePath(QStringLiteral("events.db")).toStdString())
       .buildGlobalInstance();
+  shop::EventStoreStatus eventStore(server);
 
   // The inspector sees every request the SDK sends. The observer runs on the SDK's
   // transport thread and only hands the record over; the model batches it to the UI.
@@ -89,8 +96,9 @@ int main(int argc, char** argv) {
   engine.addImageProvider(QStringLiteral("shop"), shop.pictureProvider());
   engine.addImportPath(QStringLiteral(TAVIK_QML_DIR));
   engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
-  engine.setInitialProperties(
-      {{"shop", QVariant::fromValue(&shop)}, {"inspector", QVariant::fromValue(&inspector)}});
+  engine.setInitialProperties({{"shop", QVariant::fromValue(&shop)},
+                               {"inspector", QVariant::fromValue(&inspector)},
+                               {"eventStore", QVariant::fromValue(&eventStore)}});
   engine.load(QUrl(QStringLiteral("qrc:/qt/qml/TavikShop/Main.qml")));
   if (engine.rootObjects().isEmpty()) return 1;
   auto* window = qobject_cast<QQuickWindow*>(engine.rootObjects().first());

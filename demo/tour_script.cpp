@@ -6,6 +6,7 @@
 
 #include "request_log.h"
 #include "shop.h"
+#include "tavik/events/event_store.h"
 #include "tour.h"
 
 namespace tavik::shop {
@@ -263,6 +264,30 @@ void Tour::buildSteps() {
          return inspector_->count(QStringLiteral("events")) == arrived.size();
        }},
       {"screenshot", [this] { screenshot("shop-9-inspector"); }, nullptr},
+
+      // The event store: with the event service offline an event waits in the store,
+      // and goes once the service is back.
+      {"the event service goes offline, an add-to-cart waits in the store",
+       [=, this] {
+         tap(item("eventServiceSwitch"));
+         shop_->addToCart(QStringLiteral("SKU-1003"));
+         expected_ << addToCart("SKU-1003");
+       },
+       [=, this] {
+         // Other events (a video's progress) may wait beside it.
+         const QQuickItem* pending = item("eventStorePending");
+         const QString text = pending ? pending->property("text").toString() : QString();
+         return events::storeStats().pending >= 1 && text.contains(QStringLiteral("waiting")) &&
+                !text.contains(QStringLiteral(" 0 waiting")) &&
+                arrivedEvents().count(addToCart("SKU-1003")) == 1;
+       }},
+      {"screenshot", [this] { screenshot("shop-10-event-waiting"); }, nullptr},
+      {"the event service is back: the waiting event goes, once",
+       [=, this] { tap(item("eventServiceSwitch")); },
+       [=, this] {
+         return events::storeStats().pending == 0 &&
+                arrivedEvents().count(addToCart("SKU-1003")) == 2;
+       }},
   };
 }
 

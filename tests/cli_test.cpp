@@ -22,6 +22,7 @@
 
 #include "support/sandbox_env.h"
 #include "tavik/ads/ad_models.h"
+#include "tavik/events/register_event.h"
 #include "tavik/network/web_service.h"
 #include "tavik/sandbox/sandbox.h"
 
@@ -314,6 +315,42 @@ TEST_F(CliTest, EventsReachTheServiceAndTheToolShowsWhatWasSent) {
   const auto table = cli({"sandbox-log"});
   ASSERT_EQ(table.status, 0) << table.err;
   EXPECT_TRUE(contains(table.out, "funnel_salecomplete")) << table.out;
+}
+
+TEST_F(CliTest, EventsListsWhatAnEventStoreHoldsWhileItsHostRuns) {
+  // A host whose event service is down keeps its events; the tool reads them meanwhile.
+  const std::string store = tavik::test::privateTempDir() + "cli.db";
+  const auto sdk = tavik::TAVIK::Builder()
+                       .clientId("cli-store")
+                       .eventTrackingHost("127.0.0.1:" + std::to_string(tavik::test::closedPort()))
+                       .eventStore(store)
+                       .build();
+  const auto registrar = sdk.registerEvent();
+  registrar->registerAdClickEvent("shopper-1", "uc-9").wait();
+  registrar->registerViewProductEvent("shopper-2", "sku 7").wait();
+  std::this_thread::sleep_for(300ms);  // committed
+  ASSERT_EQ(tavik::events::storeStats().pending, 2u);
+
+  const auto table = run({"events", "--store", store});
+  ASSERT_EQ(table.status, 0) << table.err;
+  EXPECT_TRUE(contains(table.out, "/aclick")) << table.out;
+  EXPECT_TRUE(contains(table.out, "shopper-1")) << table.out;
+  EXPECT_TRUE(contains(table.out, "uclid=uc-9")) << table.out;
+  EXPECT_TRUE(contains(table.out, "viewproduct")) << table.out;
+  EXPECT_TRUE(contains(table.out, "sku_id=sku 7")) << table.out;
+  EXPECT_TRUE(contains(table.out, "2 events pending\n")) << table.out;
+  EXPECT_LT(table.out.find("shopper-1"), table.out.find("shopper-2")) << "oldest first";
+
+  const auto list = run({"events", "--store", store, "--json"});
+  ASSERT_EQ(list.status, 0) << list.err;
+  const json events = json::parse(list.out);
+  ASSERT_EQ(events.size(), 2u);
+  EXPECT_LT(events[0]["id"], events[1]["id"]);
+
+  const auto missing = run({"events", "--store", tavik::test::privateTempDir() + "none/x.db"});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_TRUE(contains(missing.err, "cannot read the event store")) << missing.err;
+  EXPECT_EQ(run({"events"}).status, 2);
 }
 
 TEST_F(CliTest, EventArgumentsAreCheckedBeforeAnythingIsSent) {

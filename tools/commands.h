@@ -40,6 +40,7 @@ const OptionList& eventOptions();
 const OptionList& validateOptions();
 const OptionList& sandboxOptions();
 const OptionList& sandboxLogOptions();
+const OptionList& storeOptions();
 
 int runPla(const Arguments& args);
 int runDisplay(const Arguments& args);
@@ -50,5 +51,6 @@ int runEvent(const Arguments& args);
 int runValidate(const Arguments& args);
 int runSandbox(const Arguments& args);
 int runSandboxLog(const Arguments& args);
+int runStore(const Arguments& args);
 
 }  // namespace tavik::cli

@@ -1,7 +1,7 @@
 // validate: an ads document checked with the SDK's decoders. sandbox: the local HTTPS
 // stand-in for the three services, in the foreground. sandbox-log: its event log.
 
-
+#include <cctype>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "session.h"
 #include "tavik/ads/ad_models.h"
+#include "tavik/events/event_store.h"
 #include "tavik/network/web_service.h"
 #include "tavik/sandbox/sandbox.h"
 
@@ -88,6 +89,34 @@ void printEventLog(const json& log) {
   AdTable::printRows(std::cout, rows);
 }
 
+// The decoded items of a query string, in order.
+std::vector<std::pair<std::string, std::string>> queryItems(std::string_view query) {
+  const auto decode = [](std::string_view text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      if (text[i] == '%' && i + 2 < text.size() &&
+          std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
+          std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
+        out += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
+        i += 2;
+      } else {
+        out += text[i];
+      }
+    }
+    return out;
+  };
+  std::vector<std::pair<std::string, std::string>> items;
+  while (!query.empty()) {
+    const auto amp = query.find('&');
+    const auto item = query.substr(0, amp);
+    const auto eq = item.find('=');
+    items.emplace_back(decode(item.substr(0, eq)),
+                       eq == std::string_view::npos ? "" : decode(item.substr(eq + 1)));
+    query = amp == std::string_view::npos ? std::string_view() : query.substr(amp + 1);
+  }
+  return items;
+}
+
 std::optional<std::string> readInput(const std::string& name) {
   std::ostringstream text;
   if (name == "-") {
@@ -113,6 +142,14 @@ const OptionList& validateOptions() {
 const OptionList& sandboxLogOptions() {
   static const OptionList options = {
       {"--json", "", "print the whole log as JSON instead of a table"},
+  };
+  return options;
+}
+
+const OptionList& storeOptions() {
+  static const OptionList options = {
+      {"--store", "FILE", "the event store's database file (Builder::eventStore)"},
+      {"--json", "", "print the events as JSON instead of a table"},
   };
   return options;
 }
@@ -220,6 +257,52 @@ int runSandboxLog(const Arguments& args) {
     printError(TavikError::fromException(std::current_exception()));
     return kExitFailure;
   }
+}
+
+int runStore(const Arguments& args) {
+  const auto path = args.value("--store");
+  if (!path) throw UsageError("which store? give --store FILE");
+  std::vector<StoredEvent> stored;
+  try {
+    stored = events::readStore(*path);
+  } catch (const std::exception& e) {
+    std::cerr << "error: " << e.what() << "\n";
+    return kExitFailure;
+  }
+  if (args.has("--json")) {
+    json list = json::array();
+    for (const auto& event : stored) {
+      list.push_back({{"id", event.id},
+                      {"event_time", event.eventTime},
+                      {"stored_at", event.storedAt},
+                      {"url", event.url}});
+    }
+    std::cout << list.dump(2) << "\n";
+    return kExitOk;
+  }
+  AdTable::Rows rows = {{"ID", "EVENT_TIME", "PATH", "EVENT", "CLI_UBID", "PARAMETERS"}};
+  for (const auto& event : stored) {
+    const auto url = Url::parse(event.url);
+    std::string name = "-", user = "-", details;
+    for (const auto& [key, value] : queryItems(url ? url->query() : "")) {
+      if (key == "event_name") name = printable(value);
+      if (key == "cli_ubid") user = printable(value);
+      if (isCommonEventKey(key)) continue;
+      if (!details.empty()) details += " ";
+      details += printable(key) + "=" + printable(value);
+    }
+    // The path: from the first '/' after the authority up to the query.
+    const auto authority = event.url.find("://");
+    const auto slash = event.url.find('/', authority == std::string::npos ? 0 : authority + 3);
+    const std::string path = slash == std::string::npos
+                                 ? "/"
+                                 : event.url.substr(slash, event.url.find('?', slash) - slash);
+    rows.push_back({std::to_string(event.id), std::to_string(event.eventTime), printable(path),
+                    name, user, details});
+  }
+  AdTable::printRows(std::cout, rows);
+  std::cout << plural(stored.size(), "event") << " pending\n";
+  return kExitOk;
 }
 
 }  // namespace tavik::cli

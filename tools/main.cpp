@@ -34,6 +34,8 @@ const std::vector<Command>& commands() {
        "impression|click|view-product|add-to-cart|purchase|video-progress|video-action [options]",
        "send one tracking event; show what was sent and the answer", eventOptions(), true, 1,
        runEvent},
+      {"events", "--store FILE [--json]", "list the events an event store holds, oldest first",
+       storeOptions(), false, 0, runStore},
       {"validate", "FILE|- [--kind banner|carousel|multi]",
        "decode an ads document with the SDK's decoders and list its ads", validateOptions(), false,
        1, runValidate},

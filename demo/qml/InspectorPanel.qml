@@ -8,6 +8,8 @@ Rectangle {
     id: root
 
     property RequestLogModel model
+    // The SDK's event store and the sandbox's event-service switch.
+    property EventStoreStatus store
     // The ad views to watch: [{name, item}], each item with `visibleFraction` and a
     // `viewable` signal.
     property var adViews: []
@@ -90,12 +92,56 @@ Rectangle {
         }
     }
 
+    // The event store: what waits for the event service, what went, and a switch that
+    // takes the service offline so events wait here and drain when it is back.
+    Flow {
+        id: storeRow
+        objectName: "eventStoreRow"
+        anchors.top: kinds.bottom
+        anchors.topMargin: 8
+        x: 12
+        width: parent.width - 24
+        spacing: 8
+        visible: root.store !== null
+        Text {
+            objectName: "eventStorePending"
+            height: 24
+            verticalAlignment: Text.AlignVCenter
+            text: !root.store ? "" : !root.store.active ? qsTr("Event store off")
+                  : qsTr("Event store · %1 waiting · %2 delivered · %3 retried")
+                        .arg(root.store.pending).arg(root.store.delivered).arg(root.store.retried)
+            color: root.store && root.store.pending > 0 ? "#f3b27a" : "#c9d4ce"
+            font.pixelSize: 12
+            font.weight: Font.DemiBold
+        }
+        Rectangle {
+            objectName: "eventServiceSwitch"
+            readonly property bool online: root.store ? root.store.serviceOnline : true
+            width: switchText.implicitWidth + 18
+            height: 24
+            radius: 12
+            color: online ? "transparent" : "#5a2a26"
+            border.color: online ? "#3b4a43" : "#ff8a80"
+            Text {
+                id: switchText
+                anchors.centerIn: parent
+                text: parent.online ? qsTr("event service online") : qsTr("event service offline")
+                color: parent.online ? "#9fd3b8" : "#ff8a80"
+                font.pixelSize: 11
+                font.weight: Font.DemiBold
+            }
+            TapHandler {
+                onTapped: root.store.serviceOnline = !root.store.serviceOnline
+            }
+        }
+    }
+
     // Live visibility of the page's ads: the share on screen now, and since when each is
     // viewable (half of it for a continuous second; two seconds of playback for video).
     Flow {
         id: ads
         objectName: "adVisibility"
-        anchors.top: kinds.bottom
+        anchors.top: storeRow.visible ? storeRow.bottom : kinds.bottom
         anchors.topMargin: 8
         x: 12
         width: parent.width - 24

@@ -8,6 +8,7 @@ Window {
 
     required property Shop shop
     required property RequestLogModel inspector
+    required property EventStoreStatus eventStore
     property string page: "home"
     property string returnPage: "home"
     property bool inspectorOpen: false
@@ -111,6 +112,7 @@ Window {
         height: Math.round(parent.height * 0.5)
         visible: app.inspectorOpen
         model: app.inspector
+        store: app.eventStore
         adViews: homePage.adViews
         onClosed: app.inspectorOpen = false
     }

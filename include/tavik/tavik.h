@@ -13,6 +13,7 @@
 #include "tavik/core/log.h"
 #include "tavik/core/tavik.h"
 #include "tavik/core/value.h"
+#include "tavik/events/event_store.h"
 #include "tavik/events/event_vocabulary.h"
 #include "tavik/events/register_event.h"
 #include "tavik/events/tracking_params.h"

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "events/event_store.h"
 #include "tavik/core/future.h"
 #include "tavik/core/log.h"
 #include "tavik/network/transport.h"
@@ -60,6 +61,15 @@ TAVIK::Builder& TAVIK::Builder::trustedCaBundle(std::string pemFile) {
   return *this;
 }
 
+TAVIK::Builder& TAVIK::Builder::eventStore(std::string path) {
+  eventStore_ = std::move(path);
+  return *this;
+}
+TAVIK::Builder& TAVIK::Builder::eventStoreLimits(EventStoreLimits limits) {
+  eventStoreLimits_ = limits;
+  return *this;
+}
+
 TAVIK TAVIK::Builder::build() const {
   if (!clientId_) {
     detail::fatalError(
@@ -82,6 +92,14 @@ TAVIK TAVIK::Builder::build() const {
   config.registerEvent = RegisterEventConfig{"https://" + eventTrackingHost_};
   config.displayAds = DisplayAdsConfig{"https://" + displayAdsHost_};
   config.plaAds = PlaAdsConfig{"https://" + productAdsHost_};
+  if (!eventStore_.empty()) {
+    detail::EventStoreOptions options;
+    options.path = eventStore_;
+    options.limits = eventStoreLimits_;
+    options.debug = debug_;
+    detail::openEventStore(options);
+    config.eventStore = eventStore_;
+  }
   return TAVIK(std::move(config));
 }
 

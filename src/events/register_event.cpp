@@ -2,6 +2,8 @@
 
 #include <chrono>
 
+#include "events/event_store.h"
+#include "network/web_service_internal.h"
 #include "tavik/core/log.h"
 
 namespace tavik {
@@ -38,6 +40,21 @@ void writeProductKeys(TrackingParams& params, const std::string& skuId,
 
 }  // namespace
 
+// The first attempt goes out at once, exactly as without the store, and its future and
+// `onError` tell its own result; the store keeps the event until an attempt was accepted.
+RegisterEvent::Result RegisterEvent::sendKept(detail::EventStore& store, const Url& apiUrl,
+                                              std::int64_t eventTime, const ErrorHandler& onError) {
+  std::string sentUrl;
+  auto attempt = detail::exchangeGet(webService, apiUrl, &sentUrl);
+  const auto id = store.add(std::move(sentUrl), eventTime);
+  if (id != 0) {
+    attempt.whenReady([store = store.shared_from_this(), id](const auto& answer) {
+      store->answered(id, detail::outcomeOf(answer));
+    });
+  }
+  return detail::settle(attempt.then(detail::responseDictionary), onError, detail::Cancellable::no);
+}
+
 RegisterEvent::Result RegisterEvent::send(TavikEventPath path, Parameters parameters,
                                           const ErrorHandler& onError) {
   if (!SDKconfig) {
@@ -51,13 +68,19 @@ RegisterEvent::Result RegisterEvent::send(TavikEventPath path, Parameters parame
   }
   if (config.debug) detail::debugLine(parameters.description());
   parameters.set("client_id", config.clientId);
-  parameters.set("event_time", nowMillis());
+  const std::int64_t eventTime = nowMillis();
+  parameters.set("event_time", eventTime);
   try {
     const ApiUrlResult apiUrl = webService.generateApiUrl(
         config.registerEvent->domainUri + "/" + std::string(pathName(path)), parameters);
     if (!apiUrl.status || !apiUrl.apiUrl) {
       detail::notify(onError, TavikError::badUrl());
       return Result::ready(std::nullopt);
+    }
+    if (!config.eventStore.empty()) {
+      if (auto store = detail::eventStoreAt(config.eventStore)) {
+        return sendKept(*store, *apiUrl.apiUrl, eventTime, onError);
+      }
     }
     // Events are never cancelled: cancelling their future changes nothing.
     return detail::settle(webService.request(*apiUrl.apiUrl, HTTPMethod::get, std::nullopt, {}),

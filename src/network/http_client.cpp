@@ -603,6 +603,8 @@ class HttpClient {
     Transfer* t = transfer.get();
     long status = 0;
     long connects = 0;
+    curl_off_t retryAfter = 0;
+    if (t->easy) curl_easy_getinfo(t->easy, CURLINFO_RETRY_AFTER, &retryAfter);
     if (t->easy) detach(*t, status, connects);
     active_.erase(t);
     retire(*t);
@@ -615,7 +617,7 @@ class HttpClient {
       if (requestObserversInstalled()) {
         observe(*t, RequestOutcome::answer(status, t->body.size()));
       }
-      HttpResponse response{status, std::move(t->body)};
+      HttpResponse response{status, std::move(t->body), static_cast<std::int64_t>(retryAfter)};
       if (response.body.size() > kInlineCompletionBytes) {
         // Parsing and decoding a large answer takes milliseconds, which every other
         // transfer would wait for: its continuations run on the background thread.

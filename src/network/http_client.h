@@ -33,6 +33,9 @@ struct HttpRequest {
 struct HttpResponse {
   long status = 0;
   std::string body;
+  /// The answer's "Retry-After" in seconds (a date is turned into the seconds until it);
+  /// 0 when the answer has none.
+  std::int64_t retryAfterSeconds = 0;
 };
 
 /// What a libcurl failure of a request to `url` means, in the SDK's own terms.

@@ -6,6 +6,7 @@
 
 #include "network/http_client.h"
 #include "network/json_text.h"
+#include "network/web_service_internal.h"
 #include "tavik/core/error.h"
 #include "tavik/core/log.h"
 #include "tavik/version.h"
@@ -192,7 +193,7 @@ namespace {
 // of POST and PUT, and sending.
 Future<detail::HttpResponse> exchange(const WebService& service, const Url& url, HTTPMethod method,
                                       const std::optional<Parameters>& parameters,
-                                      const Headers& headers) {
+                                      const Headers& headers, std::string* sentUrl = nullptr) {
   const std::string_view methodName = rawValue(method);
   const Parameters enhanced = WebService::enhancedParameters(parameters);
   const Url finalUrl = (method == HTTPMethod::get && !enhanced.empty())
@@ -209,6 +210,7 @@ Future<detail::HttpResponse> exchange(const WebService& service, const Url& url,
 
   detail::HttpRequest http;
   http.url = finalUrl.string();
+  if (sentUrl) *sentUrl = http.url;
   http.method = std::string(methodName);
   http.debug = service.debug();
   http.source = detail::RequestSource::webService;
@@ -241,5 +243,17 @@ Future<detail::Answer> WebService::requestAnswer(const Url& url, HTTPMethod meth
                                                  const Headers& headers) const {
   return exchange(*this, url, method, parameters, headers).then(answerOf);
 }
+
+namespace detail {
+
+Future<HttpResponse> exchangeGet(const WebService& service, const Url& url, std::string* sentUrl) {
+  return exchange(service, url, HTTPMethod::get, std::nullopt, {}, sentUrl);
+}
+
+nlohmann::json responseDictionary(const HttpResponse& response) {
+  return dictionaryOf(response);
+}
+
+}  // namespace detail
 
 }  // namespace tavik

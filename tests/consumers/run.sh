@@ -36,7 +36,7 @@ for consumer in "${consumers[@]}"; do
   if [ "$consumer" = quick ]; then
     QT_QPA_PLATFORM=offscreen "$work/quick/quick_consumer" "$host" "$work/ca.pem" || status=1
   else
-    "$work/core/core_consumer" "$host" "$work/ca.pem" || status=1
+    (cd "$work" && "$work/core/core_consumer" "$host" "$work/ca.pem") || status=1
   fi
 done
 echo "== consumer: add_subdirectory (configure only)"

@@ -36,6 +36,10 @@ struct Config {
   /// seconds of playback for a video), as some networks bill. The event is the same;
   /// only its moment moves. A switch of this process, not part of the JSON form.
   bool impressionOnViewable = false;
+  /// Empty by default: events are sent once, fire and forget. A path: events are kept in
+  /// the SQLite event store there until the service accepted them (see
+  /// `TAVIK::Builder::eventStore`). A switch of this process, not part of the JSON form.
+  std::string eventStore;
   friend bool operator==(const Config&, const Config&) = default;
 };
 

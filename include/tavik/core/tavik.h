@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tavik/core/config.h"
+#include "tavik/events/event_store.h"
 
 namespace tavik {
 
@@ -72,6 +73,16 @@ class TAVIK::Builder {
   /// on the log sink, whatever the debug switch; requests then fail TLS verification.
   Builder& trustedCaBundle(std::string pemFile);
 
+  /// Keeps every event the SDK is asked to send in an SQLite database at `path` until
+  /// the event service accepted it: failures that can pass are retried with back-off,
+  /// and events left by an earlier run go out at `build()`. Off by default (events are
+  /// sent once). Opened by `build()` for the whole process; a store that cannot be used
+  /// (in use by another process, a read-only folder) is reported once on the log sink
+  /// and the SDK sends without it. See "Event store" in the README.
+  Builder& eventStore(std::string path);
+  /// Bounds of the event store (defaults: 100,000 events, 32 MiB, a week).
+  Builder& eventStoreLimits(EventStoreLimits limits);
+
   /// A new SDK object; the process-wide slot is not touched. Stops the process when no
   /// client id was given.
   TAVIK build() const;
@@ -86,6 +97,8 @@ class TAVIK::Builder {
   std::string displayAdsHost_ = "display.ads.tavik.io";
   std::string eventTrackingHost_ = "events.tavik.io";
   std::optional<std::string> trustedCaBundle_;
+  std::string eventStore_;
+  EventStoreLimits eventStoreLimits_;
 };
 
 /// Base of the objects that hold a configuration.

@@ -16,6 +16,10 @@
 
 namespace tavik {
 
+namespace detail {
+class EventStore;
+}  // namespace detail
+
 /// Reports shopper and ad events to the event-tracking service: one GET to "/events"
 /// (or "/aclick" for an ad click) with the event's keys, the host's tracking parameters,
 /// "client_id" and "event_time". Every operation returns at once; its future holds the
@@ -102,6 +106,8 @@ class RegisterEvent : public TavikBase, public RegisterEventProtocol {
 
  private:
   Result send(TavikEventPath path, Parameters parameters, const ErrorHandler& onError);
+  Result sendKept(detail::EventStore& store, const Url& apiUrl, std::int64_t eventTime,
+                  const ErrorHandler& onError);
 };
 
 }  // namespace tavik

@@ -1,7 +1,11 @@
 // Built against an installed SDK: fetches a banner from the sandbox given on the command
-// line, reports its impression and exits 0 when both went through.
+// line, reports its impression through the event store (SQLite, linked into the SDK, not
+// into this program) and exits 0 when both went through and the store is empty again.
 //   core_consumer HOST:PORT CA_FILE
+#include <chrono>
+#include <cstdio>
 #include <iostream>
+#include <thread>
 
 #include "tavik/tavik.h"
 #include "tavik/version.h"
@@ -18,7 +22,9 @@ int main(int argc, char** argv) {
       .displayAdsHost(argv[1])
       .eventTrackingHost(argv[1])
       .trustedCaBundle(argv[2])
+      .eventStore("core_consumer_events.db")
       .buildGlobalInstance();
+  if (!events::storeStats().active) return 1;
   int failures = 0;
   const auto onError = [&](const TavikError& error) {
     std::cerr << "core consumer: " << error.get().code << ": " << error.description() << "\n";
@@ -35,6 +41,10 @@ int main(int argc, char** argv) {
                   ->registerAdImpressionEvent("consumer-shopper", ad->uclid, 1, nullptr, onError)
                   .get();
   if (!sent || failures != 0) return 1;
+  for (int i = 0; i < 100 && events::storeStats().delivered == 0; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  if (events::storeStats().delivered != 1 || events::storeStats().pending != 0) return 1;
   std::cout << "core consumer (SDK " << kVersion << "): banner " << ad->uclid
             << ", impression sent\n";
   return 0;

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "network/http_client.h"
+#include "tavik/network/web_service.h"
+
+// What the event store needs of the web service beyond its public surface: the raw
+// exchange of a GET (so the answer's status and "Retry-After" can be looked at before the
+// answer becomes a dictionary or an error), and the address such a GET goes to.
+namespace tavik::detail {
+
+/// `WebService::request(url, GET, nullopt)` up to the HTTP exchange: the same debug lines
+/// and the same request, answered with the raw response. `sentUrl` receives the address
+/// it went to ("os_version" and "os_name" appended).
+Future<HttpResponse> exchangeGet(const WebService& service, const Url& url, std::string* sentUrl);
+
+/// What `WebService::request` makes of a raw response (the response dictionary), or the
+/// error it throws for it.
+nlohmann::json responseDictionary(const HttpResponse& response);
+
+}  // namespace tavik::detail
