@@ -19,7 +19,10 @@ QQmlComponent* componentFor(QQmlEngine* engine, const QString& typeName) {
   QPointer<QQmlComponent>& slot = components[{engine, typeName}];
   if (!slot) {
     slot = new QQmlComponent(engine, engine);
-    slot->setData(("import Tavik\n" + typeName + " {}\n").toUtf8(), QUrl());
+    // Placed in the module's own folder, so the module's private parts (OverlayFrame) are
+    // found as well as its public types.
+    slot->setData(("import Tavik\n" + typeName + " {}\n").toUtf8(),
+                  QUrl(QStringLiteral("qrc:/qt/qml/Tavik/ViewFactory.qml")));
   }
   return slot;
 }

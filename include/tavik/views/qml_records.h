@@ -86,7 +86,7 @@ class QmlBannerAd {
   Q_PROPERTY(QString au READ au)
   Q_PROPERTY(QString crt READ crt)
   Q_PROPERTY(qlonglong clientId READ clientId)
-  Q_PROPERTY(QmlBannerAdElements elements READ elements)
+  Q_PROPERTY(tavik::quick::QmlBannerAdElements elements READ elements)
   Q_PROPERTY(qlonglong rank READ rank)
   Q_PROPERTY(QString clickTrackingUrl READ clickTrackingUrl)
   Q_PROPERTY(QString impressionTrackingUrl READ impressionTrackingUrl)
@@ -147,7 +147,7 @@ class QmlCarouselMedia {
 class QmlCarouselCard {
   Q_GADGET
   QML_VALUE_TYPE(carouselCard)
-  Q_PROPERTY(QmlCarouselMedia media READ media)
+  Q_PROPERTY(tavik::quick::QmlCarouselMedia media READ media)
   Q_PROPERTY(QString destinationUrl READ destinationUrl)
 
  public:
@@ -192,7 +192,7 @@ class QmlCarouselAd {
   Q_PROPERTY(QString au READ au)
   Q_PROPERTY(QString crt READ crt)
   Q_PROPERTY(qlonglong clientId READ clientId)
-  Q_PROPERTY(QmlCarouselAdElements elements READ elements)
+  Q_PROPERTY(tavik::quick::QmlCarouselAdElements elements READ elements)
   Q_PROPERTY(qlonglong rank READ rank)
   Q_PROPERTY(QString clickTrackingUrl READ clickTrackingUrl)
   Q_PROPERTY(QString impressionTrackingUrl READ impressionTrackingUrl)

@@ -6,7 +6,7 @@ import Tavik
 MultiAdCarouselViewBase {
     id: root
 
-    activeFocusOnTab: count > 0
+    activeFocusOnTab: root.count > 0
     Accessible.role: Accessible.List
     Accessible.name: qsTr("Sponsored")
     Keys.onLeftPressed: root.step(-1)
@@ -15,6 +15,9 @@ MultiAdCarouselViewBase {
     CarouselStrip {
         carousel: root
         model: root.ads
+        // A delegate reads this file's ids from its context, which Qt 6.4's qmllint cannot
+        // follow across a component (it reports every such access as unqualified).
+        // qmllint disable unqualified
         delegate: Item {
             id: card
             required property int index
@@ -47,5 +50,6 @@ MultiAdCarouselViewBase {
                 onAdClicked: ad => root.adClicked(ad)
             }
         }
+        // qmllint enable unqualified
     }
 }
