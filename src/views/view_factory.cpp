@@ -7,7 +7,7 @@
 #include <QQmlEngine>
 #include <QQuickItem>
 
-#include "tavik/core/log.h"
+#include "views/logging.h"
 
 namespace tavik::quick::detail {
 
@@ -38,8 +38,8 @@ QQuickItem* createViewItem(const QString& typeName, bool debug, QQmlEngine* engi
                            QQuickItem* parent, const std::function<void(QObject*)>& setUp) {
   if (!engine || !parent) {
     if (debug) {
-      tavik::detail::debugLine(typeName.toStdString() +
-                               ": a view needs a parent item that lives in a QML engine");
+      tavik::quick::viewDebugLine(typeName.toStdString() +
+                                  ": a view needs a parent item that lives in a QML engine");
     }
     return nullptr;
   }
@@ -51,8 +51,8 @@ QQuickItem* createViewItem(const QString& typeName, bool debug, QQmlEngine* engi
   if (!item) {
     delete object;
     if (debug) {
-      tavik::detail::debugLine("cannot create " + typeName.toStdString() + ": " +
-                               component->errorString().toStdString());
+      tavik::quick::viewDebugLine("cannot create " + typeName.toStdString() + ": " +
+                                  component->errorString().toStdString());
     }
     return nullptr;
   }
