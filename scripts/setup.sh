@@ -18,6 +18,8 @@ TAVIK_PACKAGES=(
   qml6-module-qtqml
   # The Debian packages: dpkg-shlibdeps works out their library dependencies.
   dpkg-dev
+  # The API reference (scripts/docs.sh).
+  doxygen
   # Video through Qt Multimedia's GStreamer back end: MP4 demuxing (good), the H.264
   # parser (bad) and decoder (libav).
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav

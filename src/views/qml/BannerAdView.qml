@@ -3,6 +3,13 @@ import Tavik
 
 // One image or video banner. The C++ base decides (frame, kind, label place, events);
 // this file draws the creative and the label and forwards taps and keys.
+//
+//   BannerAdView {
+//       ad: bannerAdFetchedByTheApp          // a bannerAd; TavikAds.decodeBannerAd(json)
+//       adLabelText: "Ad"
+//       adLabelAlignment: Qt.AlignTop | Qt.AlignRight
+//       onAdClicked: ad => shop.open(ad.elements.destinationUrl)
+//   }
 BannerAdViewBase {
     id: root
 

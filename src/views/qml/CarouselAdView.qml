@@ -3,6 +3,12 @@ import Tavik
 
 // One carousel ad: its cards in a strip that pages by drag, wheel and arrow keys, page
 // dots, one impression when the carousel first appears, a click per card tap.
+//
+//   CarouselAdView {
+//       ad: carouselAdFetchedByTheApp        // a carouselAd; TavikAds.decodeCarouselAd(json)
+//       adLabelText: "Sponsored"
+//       onAdClicked: ad => shop.openCarousel(ad)
+//   }
 CarouselAdViewBase {
     id: root
 

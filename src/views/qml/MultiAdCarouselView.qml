@@ -3,6 +3,13 @@ import Tavik
 
 // Several banner ads in one strip: every card is a whole BannerAdView with its own
 // impression (once per card for the life of the strip) and clicks.
+//
+//   MultiAdCarouselView {
+//       ads: bannerAdsFetchedByTheApp        // a list of bannerAd
+//       adWidth: 320
+//       adLabelText: "Ad"
+//       onAdClicked: ad => shop.open(ad.elements.destinationUrl)
+//   }
 MultiAdCarouselViewBase {
     id: root
 
