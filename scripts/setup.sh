@@ -13,6 +13,13 @@ TAVIK_PACKAGES=(
   qt6-base-dev qt6-declarative-dev qt6-multimedia-dev qt6-svg-dev libqt6svg6
   qml6-module-qtquick qml6-module-qtquick-window qml6-module-qtqml-workerscript
   qml6-module-qtmultimedia qml6-module-qttest qt6-qpa-plugins
+  # QtQml's type information, which qmllint needs to check the module's QML (the Qt
+  # namespace, value types such as point and size).
+  qml6-module-qtqml
+  # The Debian packages: dpkg-shlibdeps works out their library dependencies.
+  dpkg-dev
+  # The API reference (scripts/docs.sh).
+  doxygen
   # Video through Qt Multimedia's GStreamer back end: MP4 demuxing (good), the H.264
   # parser (bad) and decoder (libav).
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav

@@ -89,6 +89,25 @@ TEST(LogSink, ASinkMayLogAndReplaceTheSinkWithoutADeadlock) {
   EXPECT_EQ(second, (std::vector<std::string>{R"("TAVIK: - two")"}));
 }
 
+// The fallback sink (tavik::quick's bridge to Qt's logging) takes the lines only while the
+// host has no sink of its own, whichever was installed first.
+TEST(LogSink, TheHostsSinkComesBeforeTheFallback) {
+  std::vector<std::string> host, fallback;
+  detail::setFallbackLogSink([&](std::string_view line) { fallback.emplace_back(line); });
+  detail::debugLine("one");
+  setLogSink([&](std::string_view line) { host.emplace_back(line); });
+  detail::debugLine("two");
+  detail::setFallbackLogSink([&](std::string_view line) { fallback.emplace_back(line); });
+  detail::debugLine("three");
+  setLogSink(nullptr);
+  detail::debugLine("four");
+  detail::setFallbackLogSink(nullptr);
+  detail::debugLine("to standard error");
+  EXPECT_EQ(fallback, (std::vector<std::string>{R"("TAVIK: - one")", R"("TAVIK: - four")"}));
+  EXPECT_EQ(host, (std::vector<std::string>{R"("TAVIK: - two")", R"("TAVIK: - three")"}));
+  EXPECT_EQ(detail::debugLineText("a \"b\""), R"("TAVIK: - a \"b\"")");
+}
+
 TEST(Builder, AnUnreadableCaBundleIsReportedNotThrown) {
   std::vector<std::string> lines;
   setLogSink([&](std::string_view line) { lines.emplace_back(line); });

@@ -32,6 +32,18 @@ std::shared_ptr<const LogSink>& sinkSlot() {
   static auto* slot = new std::shared_ptr<const LogSink>;
   return *slot;
 }
+// The sink used while the host has none of its own.
+std::shared_ptr<const LogSink>& fallbackSlot() {
+  static auto* slot = new std::shared_ptr<const LogSink>;
+  return *slot;
+}
+
+void swapInto(std::shared_ptr<const LogSink>& slot, LogSink sink) {
+  auto next = sink ? std::make_shared<const LogSink>(std::move(sink)) : nullptr;
+  std::lock_guard lock(sinkMutex());
+  slot.swap(next);
+  // The previous sink is released here, or by the last line still being written to it.
+}
 
 void writeToStderr(std::string_view line) {
   std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
@@ -40,19 +52,20 @@ void writeToStderr(std::string_view line) {
 }  // namespace
 
 void setLogSink(LogSink sink) {
-  auto next = sink ? std::make_shared<const LogSink>(std::move(sink)) : nullptr;
-  std::lock_guard lock(sinkMutex());
-  sinkSlot().swap(next);
-  // The previous sink is released here, or by the last line still being written to it.
+  swapInto(sinkSlot(), std::move(sink));
 }
 
 namespace detail {
+
+void setFallbackLogSink(LogSink sink) {
+  swapInto(fallbackSlot(), std::move(sink));
+}
 
 void writeLogLine(std::string_view line) {
   std::shared_ptr<const LogSink> sink;
   {
     std::lock_guard lock(sinkMutex());
-    sink = sinkSlot();
+    sink = sinkSlot() ? sinkSlot() : fallbackSlot();
   }
   // A line the sink itself writes goes to standard error instead of back into the sink.
   if (!sink || insideSink) {
@@ -68,10 +81,14 @@ void writeLogLine(std::string_view line) {
   insideSink = false;
 }
 
-void debugLine(std::string_view text) {
+std::string debugLineText(std::string_view text) {
   std::string line = "TAVIK: - ";
   line += text;
-  writeLogLine(quoteText(line));
+  return quoteText(line);
+}
+
+void debugLine(std::string_view text) {
+  writeLogLine(debugLineText(text));
 }
 
 }  // namespace detail

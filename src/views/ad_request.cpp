@@ -7,6 +7,7 @@
 #include "tavik/ads/ad_renderer.h"
 #include "tavik/core/tavik.h"
 #include "tavik/views/qt_bridge.h"
+#include "views/logging.h"
 
 namespace tavik::quick {
 
@@ -111,7 +112,7 @@ QmlBannerAd TavikAds::decodeBannerAd(const QString& jsonText) const {
   try {
     return QmlBannerAd(tavik::decodeBannerAd(jsonText.toStdString()));
   } catch (const std::exception& e) {
-    qWarning("TavikAds.decodeBannerAd: %s", e.what());
+    qCWarning(lcViews, "TavikAds.decodeBannerAd: %s", e.what());
     return {};
   }
 }
@@ -120,7 +121,7 @@ QmlCarouselAd TavikAds::decodeCarouselAd(const QString& jsonText) const {
   try {
     return QmlCarouselAd(tavik::decodeCarouselAd(jsonText.toStdString()));
   } catch (const std::exception& e) {
-    qWarning("TavikAds.decodeCarouselAd: %s", e.what());
+    qCWarning(lcViews, "TavikAds.decodeCarouselAd: %s", e.what());
     return {};
   }
 }

@@ -18,6 +18,12 @@ namespace tavik::quick {
 /// SDK reported (a failed request also reports the renderer's `badResponse` after it;
 /// that follow-up is not repeated). Without an installed SDK with a client id the
 /// status is Error with code "ERROR_CONFIGURATION", and nothing is sent.
+///
+///   BannerAdRequest {
+///       id: request
+///       pageType: "HOME"; adUnit: "au_home_banner"; cliUbid: shopperId
+///   }
+///   BannerAdView { ad: request.ad; visible: request.status === BannerAdRequest.Ready }
 class BannerAdRequest : public QObject, public QQmlParserStatus {
   Q_OBJECT
   QML_ELEMENT
@@ -78,6 +84,8 @@ class BannerAdRequest : public QObject, public QQmlParserStatus {
 /// Record helpers for QML: `TavikAds.decodeBannerAd(jsonText)` gives a `bannerAd` from
 /// an ad's JSON (for hosts that keep ads as JSON, and for tests); text that does not
 /// decode gives an invalid value (`valid` false) and a warning naming the problem.
+///
+///   BannerAdView { ad: TavikAds.decodeBannerAd(savedAdJson) }
 class TavikAds : public QObject {
   Q_OBJECT
   QML_ELEMENT

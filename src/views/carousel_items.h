@@ -113,7 +113,7 @@ class CarouselStripBase : public QQuickItem {
 /// The logic of `CarouselAdView`: one carousel ad, its cards, one impression for the
 /// carousel when it first appears, a click per card tap (reported for the ad; the card
 /// and its destination go to the host's `adClicked`).
-class CarouselAdViewBase : public CarouselStripBase {
+class CarouselAdViewBase : public tavik::quick::CarouselStripBase {
   Q_OBJECT
   QML_ELEMENT
   Q_PROPERTY(tavik::quick::QmlCarouselAd ad READ ad WRITE setAd NOTIFY adChanged)
@@ -185,7 +185,7 @@ class CarouselAdViewBase : public CarouselStripBase {
 /// `BannerAdView` with its own impression and clicks. The ListView rebuilds cards that
 /// scroll far away; the strip remembers which cards already reported their impression,
 /// so each card reports once for the life of the strip.
-class MultiAdCarouselViewBase : public CarouselStripBase {
+class MultiAdCarouselViewBase : public tavik::quick::CarouselStripBase {
   Q_OBJECT
   QML_ELEMENT
   Q_PROPERTY(QVariantList ads READ ads WRITE setAds NOTIFY adsChanged)

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include <QQuickWindow>
-#include "tavik/core/log.h"
 #include "tavik/core/tavik.h"
+#include "views/logging.h"
 
 #include "views/appearance.h"
 #include "views/banner_ad_item.h"
@@ -124,7 +124,7 @@ void InterstitialAdViewBase::onScreenNow(bool onScreen) {
   } else if (!isDismissed()) {
     const InterstitialTimes t = times();
     if (t.negativeDelay && config_.debug()) {
-      tavik::detail::debugLine("interstitial: a negative close delay is treated as 0");
+      tavik::quick::viewDebugLine("interstitial: a negative close delay is treated as 0");
     }
     if (!showCloseButton_) closeButtonTimer_.start(t.closeButton);
     autoCloseTimer_.start(t.autoClose);

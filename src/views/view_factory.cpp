@@ -7,7 +7,7 @@
 #include <QQmlEngine>
 #include <QQuickItem>
 
-#include "tavik/core/log.h"
+#include "views/logging.h"
 
 namespace tavik::quick::detail {
 
@@ -19,7 +19,10 @@ QQmlComponent* componentFor(QQmlEngine* engine, const QString& typeName) {
   QPointer<QQmlComponent>& slot = components[{engine, typeName}];
   if (!slot) {
     slot = new QQmlComponent(engine, engine);
-    slot->setData(("import Tavik\n" + typeName + " {}\n").toUtf8(), QUrl());
+    // Placed in the module's own folder, so the module's private parts (OverlayFrame) are
+    // found as well as its public types.
+    slot->setData(("import Tavik\n" + typeName + " {}\n").toUtf8(),
+                  QUrl(QStringLiteral("qrc:/qt/qml/Tavik/ViewFactory.qml")));
   }
   return slot;
 }
@@ -35,8 +38,8 @@ QQuickItem* createViewItem(const QString& typeName, bool debug, QQmlEngine* engi
                            QQuickItem* parent, const std::function<void(QObject*)>& setUp) {
   if (!engine || !parent) {
     if (debug) {
-      tavik::detail::debugLine(typeName.toStdString() +
-                               ": a view needs a parent item that lives in a QML engine");
+      tavik::quick::viewDebugLine(typeName.toStdString() +
+                                  ": a view needs a parent item that lives in a QML engine");
     }
     return nullptr;
   }
@@ -48,8 +51,8 @@ QQuickItem* createViewItem(const QString& typeName, bool debug, QQmlEngine* engi
   if (!item) {
     delete object;
     if (debug) {
-      tavik::detail::debugLine("cannot create " + typeName.toStdString() + ": " +
-                               component->errorString().toStdString());
+      tavik::quick::viewDebugLine("cannot create " + typeName.toStdString() + ": " +
+                                  component->errorString().toStdString());
     }
     return nullptr;
   }

@@ -15,6 +15,7 @@
 #include <QDir>
 #include <QImage>
 #include <QPainter>
+#include <QQmlComponent>
 #include <QQmlContext>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -101,13 +102,21 @@ void expectMatchesReference(const QImage& shot, const QString& name) {
 // A fixed-size window whose QML can reach the sandbox's catalogue as `fixture`.
 class Stage {
  public:
-  Stage(const QString& qml, QSize size) {
+  // `document`, when given, is the page's own address (the module's folder lets it use
+  // the module's private parts).
+  Stage(const QString& qml, QSize size, const QUrl& document = {}) {
     view_.engine()->addImportPath(QStringLiteral(TAVIK_QML_DIR));
     view_.rootContext()->setContextProperty(QStringLiteral("fixture"), &SandboxFixture::shared());
     view_.setResizeMode(QQuickView::SizeRootObjectToView);
     view_.setColor(QColor("#f4f5f7"));
-    view_.setSource(
-        QUrl(QStringLiteral("data:text/plain,") + QString::fromUtf8(QUrl::toPercentEncoding(qml))));
+    if (document.isEmpty()) {
+      view_.setSource(QUrl(QStringLiteral("data:text/plain,") +
+                           QString::fromUtf8(QUrl::toPercentEncoding(qml))));
+    } else {
+      auto* component = new QQmlComponent(view_.engine(), &view_);
+      component->setData(qml.toUtf8(), document);
+      view_.setContent(document, component, component->create());
+    }
     view_.resize(size);
     view_.show();
     view_.requestActivate();
@@ -157,9 +166,10 @@ class Stage {
   QQuickView view_;
 };
 
-void shoot(const QString& name, const QString& qml, QSize size, int videos = 0) {
+void shoot(const QString& name, const QString& qml, QSize size, int videos = 0,
+           const QUrl& document = {}) {
   SandboxFixture::shared().reset();
-  Stage stage(qml, size);
+  Stage stage(qml, size, document);
   ASSERT_TRUE(spinUntil([&] { return stage.ready(); })) << stage.errors().toStdString();
   ASSERT_TRUE(stage.settle(videos)) << name.toStdString() << ": the creatives did not load";
   expectMatchesReference(stage.view().grabWindow(), name);
@@ -233,6 +243,7 @@ TEST(Screenshots, MultiAdCarousel) {
         QSize(400, 340));
 }
 
+// The controls are private to the module: their page is placed in the module's folder.
 TEST(Screenshots, Controls) {
   shoot("controls", page(R"(
     Row {
@@ -253,7 +264,7 @@ TEST(Screenshots, Controls) {
       AdLabelTag { labelText: "Sponsored" }
       AdLabelTag { labelText: "Ad" }
     })"),
-        QSize(400, 100));
+        QSize(400, 100), 0, QUrl(QStringLiteral("qrc:/qt/qml/Tavik/ControlsScreenshot.qml")));
 }
 
 // The overlays go over the whole window through their managers, as a host shows them.

@@ -39,6 +39,7 @@ using TargetingList = std::vector<std::shared_ptr<TargetingParams>>;
 /// them again.
 class AdFetcherProtocol {
  public:
+  /// The response dictionary, or nothing after a failure.
   using Result = Future<std::optional<nlohmann::json>>;
 
   virtual ~AdFetcherProtocol() = default;
@@ -59,25 +60,30 @@ class AdFetcherProtocol {
                              std::optional<std::string> pageName = std::nullopt,
                              std::shared_ptr<ProductAdsFilter> filters = nullptr,
                              ErrorHandler onError = nullptr) = 0;
+  /// `fetchPlaAds` for a product page: appends `skuIds` to the filter's "sku_ids".
   virtual Result fetchPlaProductPageAds(const std::string& cliUbid, std::int64_t productCount,
                                         const StringList& skuIds,
                                         std::optional<std::string> pageName = std::nullopt,
                                         std::shared_ptr<ProductAdsFilter> filters = nullptr,
                                         ErrorHandler onError = nullptr) = 0;
+  /// GET "/sda" for a search page: `keywords` is sent whole as one "keywords[]" item.
   virtual Result fetchPlaSearchPageAds(const std::string& cliUbid, std::int64_t productCount,
                                        const std::string& keywords,
                                        std::optional<std::string> pageName = std::nullopt,
                                        std::shared_ptr<ProductAdsFilter> filters = nullptr,
                                        ErrorHandler onError = nullptr) = 0;
+  /// `fetchPlaAds` for the home page.
   virtual Result fetchPlaHomePageAds(const std::string& cliUbid, std::int64_t productCount,
                                      std::optional<std::string> pageName = std::nullopt,
                                      std::shared_ptr<ProductAdsFilter> filters = nullptr,
                                      ErrorHandler onError = nullptr) = 0;
+  /// `fetchPlaAds` for a category page: appends `categories` to the filter's "categories".
   virtual Result fetchPlaCategoryPageAds(const std::string& cliUbid, std::int64_t productCount,
                                          const StringList& categories,
                                          std::optional<std::string> pageName = std::nullopt,
                                          std::shared_ptr<ProductAdsFilter> filters = nullptr,
                                          ErrorHandler onError = nullptr) = 0;
+  /// `fetchPlaAds` for a purchase page: appends `skuIds` to the filter's "sku_ids".
   virtual Result fetchPlaPurchasePageAds(const std::string& cliUbid, std::int64_t productCount,
                                          const StringList& skuIds,
                                          std::optional<std::string> pageName = std::nullopt,
@@ -95,6 +101,7 @@ class AdFetcherProtocol {
 /// `AdFetcherProtocol` (`TAVIK::adFetcher()`), which gives the optional arguments.
 class AdFetcher : public AdFetcherProtocol {
  public:
+  /// Keeps `config` (client id, endpoints, debug logging) and sends through `webService`.
   AdFetcher(Config config, WebService webService)
       : config_(std::move(config)), webService_(webService) {}
 

@@ -42,6 +42,7 @@ class AdRendererProtocol {
 /// every call. Use it through `AdRendererProtocol` (`TAVIK::adRenderer()`).
 class AdRenderer : public AdRendererProtocol {
  public:
+  /// Keeps `config`; each call makes a fetcher from it.
   explicit AdRenderer(Config config) : config_(std::move(config)) {}
 
   Future<std::optional<BannerAd>> fetchBannerAdsWithAu(const std::string& cliUbid,

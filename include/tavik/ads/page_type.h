@@ -14,7 +14,9 @@ namespace tavik {
 enum class PlaPageType : std::uint8_t { product, search, home, category, purchase, tpa };
 
 template <>
+/// Wire strings of `PlaPageType`.
 struct RawValueTable<PlaPageType> {
+  /// Each page type and its wire string, in declaration order.
   static constexpr std::array<std::pair<PlaPageType, std::string_view>, 6> entries{{
       {PlaPageType::product, "PRODUCT"},
       {PlaPageType::search, "SEARCH"},
@@ -23,7 +25,9 @@ struct RawValueTable<PlaPageType> {
       {PlaPageType::purchase, "PURCHASE"},
       {PlaPageType::tpa, "TPA"},
   }};
+  /// `allCases` lists the page types.
   static constexpr bool iterable = true;
+  /// `fromString` is defined for this type.
   static constexpr bool hasFromString = true;
 };
 static_assert(rawValuesInDeclarationOrder<PlaPageType>());
@@ -44,7 +48,9 @@ using tavik::operator<<;
 }  // namespace Tavik
 
 template <>
+/// Wire strings of `Tavik::PageType`, the same as those of `PlaPageType`.
 struct RawValueTable<Tavik::PageType> {
+  /// Each page type and its wire string, in declaration order.
   static constexpr std::array<std::pair<Tavik::PageType, std::string_view>, 6> entries{{
       {Tavik::PageType::product, "PRODUCT"},
       {Tavik::PageType::search, "SEARCH"},
@@ -53,7 +59,9 @@ struct RawValueTable<Tavik::PageType> {
       {Tavik::PageType::purchase, "PURCHASE"},
       {Tavik::PageType::tpa, "TPA"},
   }};
+  /// No `allCases`.
   static constexpr bool iterable = false;
+  /// No `fromString`.
   static constexpr bool hasFromString = false;
 };
 static_assert(rawValuesInDeclarationOrder<Tavik::PageType>());

@@ -14,6 +14,7 @@ namespace tavik {
 class TargetingParams {
  public:
   virtual ~TargetingParams();
+  /// This group's "f."-prefixed keys and their values; empty when nothing is set.
   virtual Parameters toDictionary() const = 0;
   /// For debug lines; by default the dictionary's description.
   virtual std::string description() const;
@@ -22,10 +23,13 @@ class TargetingParams {
 // The five built-in groups. Setters of single values replace, list setters append
 // (duplicates kept); a present empty string is sent, an empty list adds no key.
 
+/// Platform group: the device ("f.device").
 class PlatformTargeting : public TargetingParams {
  public:
   PlatformTargeting() = default;
+  /// Sets "f.device", the kind of device the ad is shown on.
   PlatformTargeting& device(std::string value);
+  /// "f.device" when set.
   Parameters toDictionary() const override;
   std::string description() const override;
 
@@ -33,10 +37,13 @@ class PlatformTargeting : public TargetingParams {
   std::optional<std::string> device_;
 };
 
+/// Context group: the page's search keyword ("f.keyword").
 class ContextTargeting : public TargetingParams {
  public:
   ContextTargeting() = default;
+  /// Sets "f.keyword".
   ContextTargeting& keyword(std::string value);
+  /// "f.keyword" when set.
   Parameters toDictionary() const override;
   std::string description() const override;
 
@@ -44,16 +51,25 @@ class ContextTargeting : public TargetingParams {
   std::optional<std::string> keyword_;
 };
 
+/// Merchandise group: product, category, brand and UDP keys.
 class MerchandiseTargeting : public TargetingParams {
  public:
   MerchandiseTargeting() = default;
+  /// Sets "f.sku_id".
   MerchandiseTargeting& skuId(std::string value);
+  /// Sets "f.category_id".
   MerchandiseTargeting& categoryId(std::string value);
+  /// Appends to "f.brand".
   MerchandiseTargeting& brands(const StringList& values);
+  /// Sets "f.category_l1", the top category level.
   MerchandiseTargeting& categoryL1(std::string value);
+  /// Sets "f.category_l2", the second category level.
   MerchandiseTargeting& categoryL2(std::string value);
+  /// Sets "f.category_l3", the third category level.
   MerchandiseTargeting& categoryL3(std::string value);
+  /// Appends to "f.udp".
   MerchandiseTargeting& udps(const StringList& values);
+  /// The keys that are set or non-empty.
   Parameters toDictionary() const override;
   std::string description() const override;
 
@@ -67,14 +83,21 @@ class MerchandiseTargeting : public TargetingParams {
   StringList udps_;
 };
 
+/// Geography group: stores, networks and location.
 class GeoTargeting : public TargetingParams {
  public:
   GeoTargeting() = default;
+  /// Appends to "f.store_id".
   GeoTargeting& storeIds(const StringList& values);
+  /// Appends to "f.network".
   GeoTargeting& networks(const StringList& values);
+  /// Sets "f.city".
   GeoTargeting& city(std::string value);
+  /// Sets "f.state".
   GeoTargeting& state(std::string value);
+  /// Sets "f.country".
   GeoTargeting& country(std::string value);
+  /// The keys that are set or non-empty.
   Parameters toDictionary() const override;
   std::string description() const override;
 
@@ -86,17 +109,27 @@ class GeoTargeting : public TargetingParams {
   std::optional<std::string> country_;
 };
 
+/// Custom-label group: eight lists of host-defined labels.
 class CustomLabelTargeting : public TargetingParams {
  public:
   CustomLabelTargeting() = default;
+  /// Appends to "f.custom_label_1".
   CustomLabelTargeting& customLabels1(const StringList& values);
+  /// Appends to "f.custom_label_2".
   CustomLabelTargeting& customLabels2(const StringList& values);
+  /// Appends to "f.custom_label_3".
   CustomLabelTargeting& customLabels3(const StringList& values);
+  /// Appends to "f.custom_label_4".
   CustomLabelTargeting& customLabels4(const StringList& values);
+  /// Appends to "f.custom_label_5".
   CustomLabelTargeting& customLabels5(const StringList& values);
+  /// Appends to "f.custom_label_6".
   CustomLabelTargeting& customLabels6(const StringList& values);
+  /// Appends to "f.custom_label_7".
   CustomLabelTargeting& customLabels7(const StringList& values);
+  /// Appends to "f.custom_label_8".
   CustomLabelTargeting& customLabels8(const StringList& values);
+  /// The non-empty "f.custom_label_N" lists.
   Parameters toDictionary() const override;
   std::string description() const override;
 
@@ -124,6 +157,7 @@ class TargetingParamsBuilder {
   /// key the later one wins (lists are not concatenated across groups).
   Parameters build() const;
 
+  /// The groups in the order added; null entries are skipped by `build()`.
   std::vector<std::shared_ptr<TargetingParams>> targetingParams;
 };
 

@@ -107,18 +107,23 @@ struct IsFuture<Future<T>> : std::true_type {
 template <class T>
 class Future {
  public:
+  /// The result type.
   using value_type = T;
 
   Future() = default;
 
+  /// False for a default-constructed future, which has no operation behind it.
   bool valid() const { return state_ != nullptr; }
 
+  /// Whether the result (value or error) is there; never blocks.
   bool is_ready() const {
     requireState("is_ready");
     std::lock_guard lock(state_->mutex);
     return state_->ready;
   }
 
+  /// Blocks until the result is there. Stops the process when called on one of the SDK's
+  /// threads before the result is there, since that would deadlock.
   void wait() const {
     requireState("wait");
     std::unique_lock lock(state_->mutex);
@@ -131,6 +136,7 @@ class Future {
   }
 
   template <class Rep, class Period>
+  /// Waits at most `timeout`; `ready` when the result is there, else `timeout`.
   std::future_status wait_for(const std::chrono::duration<Rep, Period>& timeout) const {
     requireState("wait_for");
     std::unique_lock lock(state_->mutex);
@@ -139,6 +145,7 @@ class Future {
                : std::future_status::timeout;
   }
 
+  /// Blocks until the result is there and returns it, or rethrows the error. See `wait()`.
   T get() const {
     requireState("get");
     wait();
@@ -148,11 +155,13 @@ class Future {
   }
 
   template <class F>
+  /// Runs `f(future)` once the result is there, on the completing thread; see the class.
   auto whenReady(F&& f) const {
     return whenReady(Executor(), std::forward<F>(f));
   }
 
   template <class F>
+  /// Runs `f(future)` as a task posted to `executor` once the result is there.
   auto whenReady(Executor executor, F&& f) const {
     requireState("whenReady");
     using R = std::invoke_result_t<F, const Future<T>&>;
@@ -161,11 +170,13 @@ class Future {
   }
 
   template <class F>
+  /// Runs `f(value)` once the value is there, on the completing thread; see the class.
   auto then(F&& f) const {
     return then(Executor(), std::forward<F>(f));
   }
 
   template <class F>
+  /// Runs `f(value)` as a task posted to `executor` once the value is there.
   auto then(Executor executor, F&& f) const {
     requireState("then");
     using R = std::invoke_result_t<F, const T&>;
@@ -352,17 +363,22 @@ class Promise {
   Promise() : state_(std::make_shared<detail::SharedState<T>>()) {}
   Promise(const Promise&) = delete;
   Promise& operator=(const Promise&) = delete;
+  /// Moves the producing side; the moved-from promise no longer completes anything.
   Promise(Promise&&) noexcept = default;
+  /// Moves the producing side; the moved-from promise no longer completes anything.
   Promise& operator=(Promise&&) noexcept = default;
   /// A promise dropped without a result abandons its future: waiters wake with
   /// `AbandonedError` and continuations are released unrun.
   ~Promise() { abandon(); }
 
+  /// A future of this promise's result; may be called more than once.
   Future<T> get_future() const { return Future<T>(state_); }
 
+  /// Completes with `value` and runs the continuations; false if already complete.
   bool set_value(T value) {
     return complete([&](auto& s) { s.value.emplace(std::move(value)); }, true);
   }
+  /// Completes with `error` and runs the continuations; false if already complete.
   bool set_exception(std::exception_ptr error) {
     return complete([&](auto& s) { s.error = std::move(error); }, true);
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 #include <string_view>
 
 namespace tavik {
@@ -14,14 +15,22 @@ namespace tavik {
 using LogSink = std::function<void(std::string_view line)>;
 
 /// Installs a process-wide sink; an empty function restores the default, which writes
-/// each line to standard error.
+/// each line to standard error (or, in a Qt application using tavik::quick, hands it to
+/// Qt's logging in the category "tavik.core").
 void setLogSink(LogSink sink);
 
 namespace detail {
+/// Installs the sink that takes the lines while the host has installed none, in place of
+/// standard error (tavik::quick bridges them into Qt's logging with it). A host's sink,
+/// installed before or after, always comes first. An empty function restores standard
+/// error.
+void setFallbackLogSink(LogSink sink);
+/// The text of a debug line as the SDK writes it: "TAVIK: - " + text, enclosed in double
+/// quotes with inner quotes, backslashes and control characters escaped.
+std::string debugLineText(std::string_view text);
 /// Writes one raw line to the sink.
 void writeLogLine(std::string_view line);
-/// Writes a debug line the way the SDK prints them: "TAVIK: - " + text, enclosed in
-/// double quotes with inner quotes, backslashes and control characters escaped.
+/// Writes a debug line the way the SDK prints them (`debugLineText`).
 void debugLine(std::string_view text);
 }  // namespace detail
 

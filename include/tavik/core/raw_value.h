@@ -94,6 +94,7 @@ constexpr bool rawValuesInDeclarationOrder() {
 /// the hash does not depend on the numeric tag.
 template <RawValued E>
 struct RawValueHash {
+  /// Hash of the wire string of `value`.
   std::size_t operator()(E value) const noexcept {
     return std::hash<std::string_view>{}(rawValue(value));
   }

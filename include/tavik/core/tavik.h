@@ -29,6 +29,7 @@ class TAVIK {
 
   /// The process-wide instance. Stops the process when it was never built.
   static TAVIK& shared();
+  /// The same as `shared()`.
   static TAVIK& globalInstance() { return shared(); }
   /// The process-wide instance, or nullptr before `buildGlobalInstance()`. For code that
   /// must not stop the process, such as a view declared in QML before set-up.
@@ -38,8 +39,11 @@ class TAVIK {
   /// not stored and never sent.
   void setUserId(const std::string& userId) const;
 
+  /// A new fetcher with a copy of the configuration, or nullptr when not configured.
   std::unique_ptr<AdFetcherProtocol> adFetcher() const;
+  /// A new renderer with a copy of the configuration, or nullptr when not configured.
   std::unique_ptr<AdRendererProtocol> adRenderer() const;
+  /// A new event reporter with a copy of the configuration, or nullptr when not configured.
   std::unique_ptr<RegisterEventProtocol> registerEvent() const;
 
   /// The configuration this instance hands out.
@@ -58,11 +62,15 @@ class TAVIK::Builder {
  public:
   Builder() = default;
 
+  /// Required: the client id sent with every request.
   Builder& clientId(std::string value);
   /// Bare host names: "https://" is put in front of them.
   Builder& productAdsHost(std::string value);
+  /// Bare host name of the display-ads service.
   Builder& displayAdsHost(std::string value);
+  /// Bare host name of the event-tracking service.
   Builder& eventTrackingHost(std::string value);
+  /// Writes debug lines to the log sink; off by default.
   Builder& debug(bool value);
   /// The views send each impression when the ad becomes viewable rather than when it
   /// first appears (off by default; see `Config::impressionOnViewable`).
@@ -104,9 +112,11 @@ class TAVIK::Builder {
 /// Base of the objects that hold a configuration.
 class TavikBase {
  public:
+  /// Keeps `config`; absent means the object was made without a configuration.
   explicit TavikBase(std::optional<Config> config = std::nullopt) : SDKconfig(std::move(config)) {}
   virtual ~TavikBase() = default;
 
+  /// The configuration the object works with; absent when it has none.
   std::optional<Config> SDKconfig;
 };
 

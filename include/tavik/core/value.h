@@ -11,6 +11,7 @@
 
 namespace tavik {
 
+/// A list of strings: list parameters, SKUs, categories, ad units.
 using StringList = std::vector<std::string>;
 
 /// One value of a request parameter dictionary. It keeps its type so that the query
@@ -20,36 +21,57 @@ using StringList = std::vector<std::string>;
 /// "true"/"false", and lists of strings as repeated "key[]" items.
 class ParamValue {
  public:
+  /// The value's kind: string, integer, 32-bit float, boolean, list of strings or double.
   using Variant = std::variant<std::string, std::int64_t, float, bool, StringList, double>;
 
   ParamValue() : value_(std::string()) {}
+  /// A string.
   ParamValue(std::string value) : value_(std::move(value)) {}
+  /// A string from a C string (not null).
   ParamValue(const char* value) : value_(std::string(value)) {}
+  /// A string.
   ParamValue(std::string_view value) : value_(std::string(value)) {}
   template <std::integral I>
+  /// Any integer but `bool`, held as a 64-bit integer.
   requires(!std::same_as<I, bool>) ParamValue(I value) : value_(static_cast<std::int64_t>(value)) {}
+  /// A 32-bit float, as the SDK's own prices and seconds are.
   ParamValue(float value) : value_(value) {}
   /// A double keeps its precision: 12345678.9 goes out as "12345678.9".
   ParamValue(double value) : value_(value) {}
+  /// A boolean, sent as "true" or "false".
   ParamValue(bool value) : value_(value) {}
+  /// A list of strings, sent as repeated "key[]" items.
   ParamValue(StringList value) : value_(std::move(value)) {}
+  /// A list of strings, sent as repeated "key[]" items.
   ParamValue(std::initializer_list<std::string> value) : value_(StringList(value)) {}
 
+  /// The held value.
   const Variant& variant() const { return value_; }
 
+  /// Holds a string.
   bool isString() const { return std::holds_alternative<std::string>(value_); }
+  /// Holds an integer.
   bool isInteger() const { return std::holds_alternative<std::int64_t>(value_); }
+  /// Holds a 32-bit float.
   bool isFloat() const { return std::holds_alternative<float>(value_); }
+  /// Holds a double.
   bool isDouble() const { return std::holds_alternative<double>(value_); }
+  /// Holds a boolean.
   bool isBool() const { return std::holds_alternative<bool>(value_); }
+  /// Holds a list of strings.
   bool isList() const { return std::holds_alternative<StringList>(value_); }
 
   /// Typed access; nullptr when the value holds another type.
   const std::string* asString() const { return std::get_if<std::string>(&value_); }
+  /// The integer, or nullptr.
   const std::int64_t* asInteger() const { return std::get_if<std::int64_t>(&value_); }
+  /// The 32-bit float, or nullptr.
   const float* asFloat() const { return std::get_if<float>(&value_); }
+  /// The double, or nullptr.
   const double* asDouble() const { return std::get_if<double>(&value_); }
+  /// The boolean, or nullptr.
   const bool* asBool() const { return std::get_if<bool>(&value_); }
+  /// The list, or nullptr.
   const StringList* asList() const { return std::get_if<StringList>(&value_); }
 
   /// The plain text of a scalar as it goes into a query ("5", "12.5", "true", "abc").
@@ -60,6 +82,7 @@ class ParamValue {
   /// brackets (`"abc"`, `5`, `12.5`, `true`, `["a", "b"]`).
   std::string description() const;
 
+  /// Same kind and same value.
   friend bool operator==(const ParamValue&, const ParamValue&) = default;
 
  private:
@@ -79,10 +102,13 @@ std::string doubleText(double value);
 /// order; setting an existing key replaces its value in place.
 class Parameters {
  public:
+  /// A key and its value.
   using Entry = std::pair<std::string, ParamValue>;
+  /// Iterates the entries in insertion order.
   using const_iterator = std::vector<Entry>::const_iterator;
 
   Parameters() = default;
+  /// The entries in order; a repeated key replaces the earlier value in place.
   Parameters(std::initializer_list<Entry> entries);
 
   /// Inserts or replaces.
@@ -92,16 +118,23 @@ class Parameters {
   /// Removes `key` if present; returns whether it was.
   bool erase(std::string_view key);
 
+  /// The value under `key`, or nullptr when absent.
   const ParamValue* find(std::string_view key) const;
+  /// Whether `key` is present.
   bool contains(std::string_view key) const { return find(key) != nullptr; }
+  /// Number of entries.
   std::size_t size() const { return entries_.size(); }
+  /// Whether there are no entries.
   bool empty() const { return entries_.empty(); }
+  /// First entry, in insertion order.
   const_iterator begin() const { return entries_.begin(); }
+  /// Past the last entry.
   const_iterator end() const { return entries_.end(); }
 
   /// `["key": value, ...]`, or `[:]` when empty.
   std::string description() const;
 
+  /// Same entries in the same order.
   friend bool operator==(const Parameters&, const Parameters&) = default;
 
  private:

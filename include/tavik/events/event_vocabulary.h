@@ -26,7 +26,9 @@ enum class TavikVideoActionType : std::uint8_t { mute, unmute, pause, play, full
 enum class TavikEventPath : std::uint8_t { adClick, events };
 
 template <>
+/// Wire strings of `TavikEventName`.
 struct RawValueTable<TavikEventName> {
+  /// Each event and its wire string, in declaration order.
   static constexpr std::array<std::pair<TavikEventName, std::string_view>, 6> entries{{
       {TavikEventName::viewProduct, "viewproduct"},
       {TavikEventName::funnelAddToCart, "funnel_add2cart"},
@@ -35,13 +37,17 @@ struct RawValueTable<TavikEventName> {
       {TavikEventName::funnelVideoProgress, "funnel_video_progress"},
       {TavikEventName::funnelVideoAction, "funnel_video_action"},
   }};
+  /// `allCases` lists the events.
   static constexpr bool iterable = true;
+  /// `fromString` is defined for this type (exact match).
   static constexpr bool hasFromString = true;
 };
 static_assert(rawValuesInDeclarationOrder<TavikEventName>());
 
 template <>
+/// Wire strings of `TavikVideoActionType`.
 struct RawValueTable<TavikVideoActionType> {
+  /// Each action and its wire string, in declaration order.
   static constexpr std::array<std::pair<TavikVideoActionType, std::string_view>, 6> entries{{
       {TavikVideoActionType::mute, "mute"},
       {TavikVideoActionType::unmute, "unmute"},
@@ -50,19 +56,25 @@ struct RawValueTable<TavikVideoActionType> {
       {TavikVideoActionType::fullscreen, "fullscreen"},
       {TavikVideoActionType::minimize, "minimize"},
   }};
+  /// `allCases` lists the actions.
   static constexpr bool iterable = true;
+  /// `fromString` is defined for this type (exact match).
   static constexpr bool hasFromString = true;
 };
 static_assert(rawValuesInDeclarationOrder<TavikVideoActionType>());
 
 template <>
+/// Path words of `TavikEventPath`.
 struct RawValueTable<TavikEventPath> {
   // "aclick" (no "d") is the path word of the click endpoint.
+  /// Each path and its word, in declaration order.
   static constexpr std::array<std::pair<TavikEventPath, std::string_view>, 2> entries{{
       {TavikEventPath::adClick, "aclick"},
       {TavikEventPath::events, "events"},
   }};
+  /// `allCases` lists the paths.
   static constexpr bool iterable = true;
+  /// `fromString` is defined for this type (exact match).
   static constexpr bool hasFromString = true;
 };
 static_assert(rawValuesInDeclarationOrder<TavikEventPath>());
@@ -71,9 +83,11 @@ static_assert(rawValuesInDeclarationOrder<TavikEventPath>());
 constexpr std::string_view eventName(TavikEventName name) {
   return rawValue(name);
 }
+/// The wire string of a video action ("mute", "fullscreen", ...).
 constexpr std::string_view actionType(TavikVideoActionType type) {
   return rawValue(type);
 }
+/// The path word of an endpoint ("aclick" or "events").
 constexpr std::string_view pathName(TavikEventPath path) {
   return rawValue(path);
 }
@@ -99,7 +113,9 @@ using tavik::operator<<;
 }  // namespace Tavik
 
 template <>
+/// Wire strings of `Tavik::EventName`, the same as those of `TavikEventName`.
 struct RawValueTable<Tavik::EventName> {
+  /// Each event and its wire string, in declaration order.
   static constexpr std::array<std::pair<Tavik::EventName, std::string_view>, 6> entries{{
       {Tavik::EventName::viewProduct, "viewproduct"},
       {Tavik::EventName::add2Cart, "funnel_add2cart"},
@@ -108,13 +124,17 @@ struct RawValueTable<Tavik::EventName> {
       {Tavik::EventName::videoProgress, "funnel_video_progress"},
       {Tavik::EventName::videoAction, "funnel_video_action"},
   }};
+  /// No `allCases`.
   static constexpr bool iterable = false;
+  /// No `fromString`.
   static constexpr bool hasFromString = false;
 };
 static_assert(rawValuesInDeclarationOrder<Tavik::EventName>());
 
 template <>
+/// Wire strings of `Tavik::VideoActionType`, the same as those of `TavikVideoActionType`.
 struct RawValueTable<Tavik::VideoActionType> {
+  /// Each action and its wire string, in declaration order.
   static constexpr std::array<std::pair<Tavik::VideoActionType, std::string_view>, 6> entries{{
       {Tavik::VideoActionType::mute, "mute"},
       {Tavik::VideoActionType::unmute, "unmute"},
@@ -123,7 +143,9 @@ struct RawValueTable<Tavik::VideoActionType> {
       {Tavik::VideoActionType::fullscreen, "fullscreen"},
       {Tavik::VideoActionType::minimize, "minimize"},
   }};
+  /// No `allCases`.
   static constexpr bool iterable = false;
+  /// No `fromString`.
   static constexpr bool hasFromString = false;
 };
 static_assert(rawValuesInDeclarationOrder<Tavik::VideoActionType>());

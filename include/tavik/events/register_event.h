@@ -31,11 +31,14 @@ class EventStore;
 /// `TrackingParams` between calls that run at the same time.
 class RegisterEventProtocol {
  public:
+  /// The service's response dictionary, or nothing after a failure.
   using Result = Future<std::optional<nlohmann::json>>;
+  /// The host's parameters, shared; null means none.
   using TrackingParamsPtr = std::shared_ptr<TrackingParams>;
 
   virtual ~RegisterEventProtocol() = default;
 
+  /// GET "/aclick" for a click on ad `uclid`; writes "uclid" into the parameters.
   virtual Result registerAdClickEvent(const std::string& cliUbid, const std::string& uclid,
                                       TrackingParamsPtr trackingParams = nullptr,
                                       ErrorHandler onError = nullptr) = 0;
@@ -43,29 +46,38 @@ class RegisterEventProtocol {
   virtual Result registerTrackingEvent(const std::string& cliUbid, TavikEventName eventName,
                                        TrackingParamsPtr trackingParams,
                                        ErrorHandler onError = nullptr) = 0;
+  /// Sends "viewproduct" for `skuId`: writes "sku_id", "product_prices" (empty without a
+  /// price), "seller_id" (when given) and "product_quantities" 1.
   virtual Result registerViewProductEvent(const std::string& cliUbid, const std::string& skuId,
                                           std::optional<float> price = std::nullopt,
                                           std::optional<std::string> merchantId = std::nullopt,
                                           TrackingParamsPtr trackingParams = nullptr,
                                           ErrorHandler onError = nullptr) = 0;
+  /// Sends "funnel_add2cart" for `skuId`, with the same keys as `registerViewProductEvent`.
   virtual Result registerAdd2CartEvent(const std::string& cliUbid, const std::string& skuId,
                                        std::optional<float> price = std::nullopt,
                                        std::optional<std::string> merchantId = std::nullopt,
                                        TrackingParamsPtr trackingParams = nullptr,
                                        ErrorHandler onError = nullptr) = 0;
+  /// Sends "funnel_salecomplete": "sales", "order_id", and per product "product_prices",
+  /// "product_quantities", "sku_ids" and "seller_id", each joined with '|'.
   virtual Result registerPurchaseEvent(const std::string& cliUbid, float sales,
                                        const std::string& orderId,
                                        const std::vector<Product>& products,
                                        TrackingParamsPtr trackingParams = nullptr,
                                        ErrorHandler onError = nullptr) = 0;
+  /// Sends "funnel_impression" for ad `uclid`; writes "uclid" and "position" (when given).
   virtual Result registerAdImpressionEvent(const std::string& cliUbid, const std::string& uclid,
                                            std::optional<std::int64_t> position = std::nullopt,
                                            TrackingParamsPtr trackingParams = nullptr,
                                            ErrorHandler onError = nullptr) = 0;
+  /// Sends "funnel_video_progress" for ad `uclid`: "video_view_sec" seconds watched of
+  /// "video_duration_sec".
   virtual Result registerVideoProgressEvent(const std::string& cliUbid, const std::string& uclid,
                                             float videoViewSec, float videoDurationSec,
                                             TrackingParamsPtr trackingParams = nullptr,
                                             ErrorHandler onError = nullptr) = 0;
+  /// Sends "funnel_video_action" for ad `uclid`: "action_type" at "video_view_sec" seconds.
   virtual Result registerVideoActionEvent(const std::string& cliUbid, const std::string& uclid,
                                           float videoViewSec, TavikVideoActionType actionType,
                                           TrackingParamsPtr trackingParams = nullptr,
@@ -75,6 +87,8 @@ class RegisterEventProtocol {
 /// The SDK's registrar. Use it through `RegisterEventProtocol` (`TAVIK::registerEvent()`).
 class RegisterEvent : public TavikBase, public RegisterEventProtocol {
  public:
+  /// Keeps `config` (from which the event endpoint and client id are read) and sends through
+  /// `webService`. Needs a configuration: sending without one stops the process.
   RegisterEvent(std::optional<Config> config, WebService webService)
       : TavikBase(std::move(config)), webService(webService) {}
 
@@ -102,6 +116,7 @@ class RegisterEvent : public TavikBase, public RegisterEventProtocol {
                                   float videoViewSec, TavikVideoActionType actionType,
                                   TrackingParamsPtr trackingParams, ErrorHandler onError) override;
 
+  /// The HTTP layer the events go through.
   WebService webService;
 
  private:

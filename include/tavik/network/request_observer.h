@@ -48,6 +48,7 @@ struct ObservedRequest {
   std::size_t bodyBytes = 0;
 };
 
+/// An observer: called with each request that ended (see `observeRequests`).
 using RequestObserverFn = std::function<void(const ObservedRequest&)>;
 
 /// Keeps one observer installed while it lives. Move-only; destroying it or calling
@@ -61,7 +62,9 @@ class RequestObservation {
   /// Observes nothing.
   RequestObservation() = default;
   ~RequestObservation();
+  /// Takes over `other`'s observer; `other` becomes empty.
   RequestObservation(RequestObservation&& other) noexcept;
+  /// Removes this handle's observer, then takes over `other`'s; `other` becomes empty.
   RequestObservation& operator=(RequestObservation&& other) noexcept;
   RequestObservation(const RequestObservation&) = delete;
   RequestObservation& operator=(const RequestObservation&) = delete;
@@ -70,6 +73,7 @@ class RequestObservation {
   void reset();
   /// True while the observer is installed through this handle.
   bool active() const { return id_ != 0; }
+  /// `active()`.
   explicit operator bool() const { return active(); }
 
  private:

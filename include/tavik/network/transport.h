@@ -10,6 +10,7 @@
 // that client, so these apply to all requests started after a change.
 namespace tavik::transport {
 
+/// Limits and trust of the HTTP client; read with `settings()`, changed with `configure()`.
 struct Settings {
   /// Whole-request time-out, counted from the call that made the request: time spent
   /// waiting behind other requests of the same origin counts. Every request ends, with
@@ -40,6 +41,7 @@ struct Settings {
   std::vector<std::string> extraCaBundles;
 };
 
+/// A copy of the settings in force.
 Settings settings();
 /// Replaces the settings. Throws std::invalid_argument for an unreadable CA bundle file.
 void configure(const Settings& settings);
@@ -47,8 +49,11 @@ void configure(const Settings& settings);
 /// std::invalid_argument when the file cannot be read or holds no certificate.
 void trustCaBundle(const std::string& pemFile);
 
+/// Counters of the HTTP client since the process started; read with `stats()`.
 struct Stats {
+  /// Requests accepted into the transport (refused ones not counted).
   std::uint64_t requestsStarted = 0;
+  /// Accepted requests that ended, with an answer or an error.
   std::uint64_t requestsFinished = 0;
   /// New connections the client had to open (each with its TLS handshake).
   std::uint64_t connectionsOpened = 0;
@@ -61,6 +66,7 @@ struct Stats {
   /// The most requests that waited for one origin at the same time.
   std::uint64_t peakWaiting = 0;
 };
+/// A snapshot of the counters.
 Stats stats();
 
 /// Stops the transport now instead of at exit: requests still waiting or in transfer

@@ -12,8 +12,11 @@ class Url {
   /// nullopt unless `text` parses as an absolute address with a scheme.
   static std::optional<Url> parse(std::string_view text);
 
+  /// The whole normalised address.
   const std::string& string() const { return text_; }
+  /// The scheme, e.g. "https".
   const std::string& scheme() const { return scheme_; }
+  /// The host name; empty for an address without one.
   const std::string& host() const { return host_; }
   /// The query as it stands in the address (percent-encoded), without '?'.
   const std::string& query() const { return query_; }
@@ -22,6 +25,7 @@ class Url {
   /// removes the query). The fragment, if any, is kept.
   Url withQuery(const std::string& encodedQuery) const;
 
+  /// Same normalised address text.
   friend bool operator==(const Url& a, const Url& b) { return a.text_ == b.text_; }
 
  private:

@@ -28,7 +28,9 @@ using Headers = std::map<std::string, std::string>;
 
 /// What `generateApiUrl` returns: `status` true and the finished address.
 struct ApiUrlResult {
+  /// True when `apiUrl` holds the finished address (always so from `generateApiUrl`).
   bool status = false;
+  /// The finished address, query included; absent only when `status` is false.
   std::optional<Url> apiUrl;
 
   /// `["status": true, "apiUrl": https://...]`, as the debug lines print it.
@@ -44,8 +46,10 @@ struct ApiUrlResult {
 /// empty body.
 class WebService {
  public:
+  /// `debug`: write the requests' debug lines to the log sink.
   explicit WebService(bool debug) : debug_(debug) {}
 
+  /// Whether this handle writes debug lines.
   bool debug() const { return debug_; }
 
   /// Validates `urlString` (https only) and appends `parameters` as query items. Throws

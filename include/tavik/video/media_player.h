@@ -28,21 +28,30 @@ class MediaPlayer : public QObject {
   Q_PROPERTY(bool playing READ isPlaying NOTIFY playingChanged)
 
  public:
+  /// The load state of the media.
   enum class Status { unknown, readyToPlay, failed };
   Q_ENUM(Status)
 
+  /// A player owned by `parent`.
   explicit MediaPlayer(QObject* parent = nullptr) : QObject(parent) {}
 
+  /// Loads `url`; the status follows through `statusChanged`.
   virtual void setSource(const QUrl& url) = 0;
+  /// The address being played.
   virtual QUrl source() const = 0;
 
+  /// Turns the sound off or on; `mutedChanged` follows.
   virtual void setMuted(bool muted) = 0;
+  /// Whether the sound is off.
   virtual bool isMuted() const = 0;
 
   /// Starts or resumes playback; before the media is loaded, playback starts once it is.
   virtual void play() = 0;
+  /// Pauses at the current position.
   virtual void pause() = 0;
+  /// Moves the position back to the start.
   virtual void seekToZero() = 0;
+  /// Whether the video is playing.
   virtual bool isPlaying() const = 0;
 
   /// The current position in seconds.
@@ -50,6 +59,7 @@ class MediaPlayer : public QObject {
   /// The duration in seconds; nullopt while unknown, and for media without an end.
   virtual std::optional<double> duration() const = 0;
 
+  /// The current load state.
   virtual Status status() const = 0;
   /// The error text once the status is `failed`, else empty.
   virtual QString errorString() const = 0;
@@ -58,10 +68,15 @@ class MediaPlayer : public QObject {
   Q_INVOKABLE virtual void setVideoOutput(QObject* output) = 0;
 
  Q_SIGNALS:
+  /// The status changed; `error` is the text for `failed`, else empty.
   void statusChanged(tavik::MediaPlayer::Status status, const QString& error);
+  /// The playback position is now `seconds`.
   void positionChanged(double seconds);
+  /// Playback started (`playing` true) or stopped.
   void playingChanged(bool playing);
+  /// The sound was turned off (`muted` true) or on.
   void mutedChanged(bool muted);
+  /// The video played to its end; the player stands still.
   void endOfMedia();
 };
 

@@ -58,6 +58,7 @@ class VideoPlayerManager : public QObject {
   enum PlayerStatus { Unknown, ReadyToPlay, Failed };
   Q_ENUM(PlayerStatus)
 
+  /// Makes the player of a manager given none of its own.
   using MediaPlayerFactory = std::function<std::unique_ptr<MediaPlayer>()>;
 
   /// `player` replaces the Qt Multimedia player (nullptr: the factory's, or Qt's).
@@ -71,14 +72,22 @@ class VideoPlayerManager : public QObject {
   /// view is made.
   static void setMediaPlayerFactory(MediaPlayerFactory factory);
 
+  /// The SDK configuration the video's events are sent with.
   const Config& config() const { return config_; }
+  /// The shopper id the video's events carry.
   const std::string& cliUbid() const { return cliUbid_; }
+  /// The ad's id the video's events carry.
   const std::string& uclid() const { return uclid_; }
+  /// The video's address ("data:," when the given one did not parse).
   const QUrl& url() const { return url_; }
+  /// Seconds of playback between progress events; non-positive means no progress events.
   int progressTrackInterval() const { return progressTrackInterval_; }
+  /// The player, owned by the manager; never null.
   MediaPlayer* player() const { return player_; }
 
+  /// Whether the sound is off; true from the start.
   bool isMuted() const { return isMuted_; }
+  /// The player's status: `Unknown` until the media loaded or failed.
   PlayerStatus playerStatus() const { return playerStatus_; }
   /// The player's error once its status is `Failed`; empty before.
   QString playerError() const { return playerError_; }
@@ -87,19 +96,28 @@ class VideoPlayerManager : public QObject {
 
   /// Whether the progress observer / the end observer is installed.
   bool isTrackingProgress() const { return progressClock_ != nullptr; }
+  /// Whether the end observer (the loop) is installed.
   bool isObservingPlaybackEnd() const { return static_cast<bool>(endConnection_); }
 
+  /// Flips the sound and reports "mute" or "unmute" at `videoPlayTime`.
   Q_INVOKABLE void toggleMute();
+  /// Installs the progress observer, once; see the class.
   Q_INVOKABLE void startProgressTracking();
+  /// Makes the video loop: at its end it goes back to zero and plays on.
   Q_INVOKABLE void observePlaybackEnd();
+  /// Pauses, removes both observers and resets `videoPlayTime`; see the class.
   Q_INVOKABLE void cleanup();
   /// The video's duration in seconds; 0 while unknown and for a video without an end.
   Q_INVOKABLE float videoDuration() const;
 
  Q_SIGNALS:
+  /// `isMuted` changed.
   void isMutedChanged();
+  /// `playerStatus` changed.
   void playerStatusChanged();
+  /// `playerError` changed.
   void playerErrorChanged();
+  /// `videoPlayTime` changed.
   void videoPlayTimeChanged();
 
  private:

@@ -17,8 +17,11 @@ namespace tavik {
 /// How the host wants a banner shown. Nothing has a default inside the SDK's logic:
 /// an absent size means the creative's own, an absent or empty label means none.
 struct BannerAdSettings {
+  /// Wanted width in points; absent means the creative's own, capped by the screen limit.
   std::optional<float> width;
+  /// Wanted height in points; absent means the creative's own, capped by the screen limit.
   std::optional<float> height;
+  /// Ad label text; absent or empty means no label.
   std::optional<std::string> adLabelText;
   /// Where the label sits: Qt::AlignLeft/AlignHCenter/AlignRight with
   /// Qt::AlignTop/AlignVCenter/AlignBottom.
@@ -33,6 +36,7 @@ struct BannerAdSettings {
   std::function<void(const BannerAd&)> adClicked;
 };
 
+/// Shows banner ads; `tavik::quick::views(sdk).bannerAdView()` hands one out.
 class BannerAdViewProtocol {
  public:
   virtual ~BannerAdViewProtocol() = default;
@@ -48,11 +52,13 @@ class BannerAdViewProtocol {
 /// The SDK's banner manager; get one from `tavik::quick::views(sdk).bannerAdView()`.
 class BannerAdViewManager : public BannerAdViewProtocol {
  public:
+  /// Keeps `config`, which the views report their events with.
   explicit BannerAdViewManager(Config config) : config(std::move(config)) {}
 
   QQuickItem* showAd(const BannerAd& ad, const BannerAdSettings& adViewSettings,
                      QQuickItem* parent) override;
 
+  /// The configuration the views report their events with.
   Config config;
 };
 

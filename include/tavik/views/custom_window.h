@@ -44,6 +44,7 @@ class CustomWindow : public QObject {
   /// returns it; the window owns it from then on.
   using ContentBuilder = std::function<QQuickItem*(QQmlEngine* engine, QQuickItem* host)>;
 
+  /// An overlay that shows nothing yet, owned by `parent`.
   explicit CustomWindow(QObject* parent = nullptr);
   ~CustomWindow() override;
 
@@ -72,24 +73,38 @@ class CustomWindow : public QObject {
   /// shown at. On: to the place the shopper last dragged it to (or the window's resize
   /// moved it to).
   bool returnsToDraggedFrame() const { return returnsToDraggedFrame_; }
+  /// Sets `returnsToDraggedFrame`.
   void setReturnsToDraggedFrame(bool on);
 
+  /// Whether the panel fills the window now.
   bool isFullScreen() const { return isFullScreen_; }
+  /// Where the content is, in the key window's coordinates; empty when nothing is shown.
   QRectF windowFrame() const { return windowFrame_; }
+  /// Whether the content is the draggable panel (not full-window content).
   bool isDraggable() const { return isDraggable_; }
+  /// Whether content is shown.
   bool shown() const { return host_ != nullptr; }
+  /// Width of the panel as placed by `show` (the width asked for, for full-window content).
   qreal panelWidth() const { return storedWidth_; }
+  /// Height of the panel as placed by `show` (the height asked for, for full-window content).
   qreal panelHeight() const { return storedHeight_; }
+  /// Top safe-area inset of the key window; 0 unless set.
   qreal safeAreaTop() const { return insets_[0]; }
+  /// Bottom safe-area inset of the key window; 0 unless set.
   qreal safeAreaBottom() const { return insets_[2]; }
+  /// The window the content is shown in, or nullptr.
   QQuickWindow* window() const { return window_; }
   /// The item that carries the content, or nullptr.
   QQuickItem* host() const { return host_; }
 
  Q_SIGNALS:
+  /// `isFullScreen` changed.
   void isFullScreenChanged();
+  /// `windowFrame` or the safe-area insets changed.
   void windowFrameChanged();
+  /// Content was shown or taken down; `isDraggable` and the panel size may have changed.
   void shownChanged();
+  /// `returnsToDraggedFrame` changed.
   void returnsToDraggedFrameChanged();
   /// The content was taken down (dismiss, or its window went away).
   void dismissed();

@@ -14,6 +14,7 @@
 
 namespace tavik::quick {
 
+/// `text` (UTF-8) as a QString.
 inline QString qs(const std::string& text) {
   return QString::fromStdString(text);
 }
@@ -30,20 +31,28 @@ class QmlConfig {
 
  public:
   QmlConfig() = default;
+  /// Wraps `config`; absent gives an invalid value.
   explicit QmlConfig(std::optional<Config> config) : config_(std::move(config)) {}
 
+  /// True when there is a configuration with a client id.
   bool valid() const { return config_ && !config_->clientId.empty(); }
+  /// The client id; "" without a configuration.
   QString clientId() const { return config_ ? qs(config_->clientId) : QString(); }
+  /// Whether debug lines are on; false without a configuration.
   bool debug() const { return config_ && config_->debug; }
+  /// Whether impressions wait for viewability; false without a configuration.
   bool impressionOnViewable() const { return config_ && config_->impressionOnViewable; }
+  /// The wrapped configuration; absent for the empty value.
   const std::optional<Config>& config() const { return config_; }
 
+  /// Same wrapped configuration.
   friend bool operator==(const QmlConfig& a, const QmlConfig& b) { return a.config_ == b.config_; }
 
  private:
   std::optional<Config> config_;
 };
 
+/// The creative of a `BannerAd` in QML (`bannerAdElements`).
 class QmlBannerAdElements {
   Q_GADGET
   QML_VALUE_TYPE(bannerAdElements)
@@ -58,15 +67,24 @@ class QmlBannerAdElements {
 
  public:
   QmlBannerAdElements() = default;
+  /// Wraps `elements`.
   explicit QmlBannerAdElements(BannerAdElements elements) : e_(std::move(elements)) {}
 
+  /// Address of the image or video.
   QString value() const { return qs(e_.value); }
+  /// Creative width in points.
   int width() const { return static_cast<int>(e_.width); }
+  /// Creative height in points.
   int height() const { return static_cast<int>(e_.height); }
+  /// Media type of `value`.
   QString type() const { return qs(e_.type); }
+  /// Where a click leads; "" when absent.
   QString destinationUrl() const { return qs(e_.destinationUrl.value_or("")); }
+  /// Seconds between video progress events; `undefined` when absent.
   QVariant videoProgressSec() const { return optional(e_.videoProgressSec); }
+  /// Seconds before the close button shows; `undefined` when absent.
   QVariant closeButtonSec() const { return optional(e_.closeButtonSec); }
+  /// Seconds before the ad closes itself; `undefined` when absent.
   QVariant autoCloseSec() const { return optional(e_.autoCloseSec); }
 
  private:
@@ -86,7 +104,7 @@ class QmlBannerAd {
   Q_PROPERTY(QString au READ au)
   Q_PROPERTY(QString crt READ crt)
   Q_PROPERTY(qlonglong clientId READ clientId)
-  Q_PROPERTY(QmlBannerAdElements elements READ elements)
+  Q_PROPERTY(tavik::quick::QmlBannerAdElements elements READ elements)
   Q_PROPERTY(qlonglong rank READ rank)
   Q_PROPERTY(QString clickTrackingUrl READ clickTrackingUrl)
   Q_PROPERTY(QString impressionTrackingUrl READ impressionTrackingUrl)
@@ -94,29 +112,43 @@ class QmlBannerAd {
 
  public:
   QmlBannerAd() = default;
+  /// Wraps `ad`.
   explicit QmlBannerAd(BannerAd ad) : ad_(std::move(ad)) {}
 
+  /// False for the empty value a view starts with.
   bool valid() const { return ad_.has_value(); }
+  /// The ad's identifier; "" for the empty value.
   QString uclid() const { return ad_ ? qs(ad_->uclid) : QString(); }
+  /// The ad unit that served it; "" for the empty value.
   QString au() const { return ad_ ? qs(ad_->au) : QString(); }
+  /// Creative template; "" for the empty value.
   QString crt() const { return ad_ ? qs(ad_->crt) : QString(); }
+  /// "client_id"; 0 for the empty value.
   qlonglong clientId() const { return ad_ ? ad_->clientId : 0; }
+  /// The creative; empty for the empty value.
   QmlBannerAdElements elements() const {
     return ad_ ? QmlBannerAdElements(ad_->elements) : QmlBannerAdElements();
   }
+  /// As sent by the server; 0 for the empty value.
   qlonglong rank() const { return ad_ ? ad_->rank : 0; }
+  /// Click-tracking address; "" for the empty value.
   QString clickTrackingUrl() const { return ad_ ? qs(ad_->clickTrackingUrl) : QString(); }
+  /// Impression-tracking address; "" for the empty value.
   QString impressionTrackingUrl() const { return ad_ ? qs(ad_->impressionTrackingUrl) : QString(); }
+  /// The shopper id stamped on the ad; "" when absent.
   QString cliUbid() const { return ad_ ? qs(ad_->cliUbid.value_or("")) : QString(); }
 
+  /// The wrapped ad; absent for the empty value.
   const std::optional<BannerAd>& ad() const { return ad_; }
 
+  /// Same wrapped ad.
   friend bool operator==(const QmlBannerAd& a, const QmlBannerAd& b) { return a.ad_ == b.ad_; }
 
  private:
   std::optional<BannerAd> ad_;
 };
 
+/// The media of one carousel card in QML (`carouselMedia`).
 class QmlCarouselMedia {
   Q_GADGET
   QML_VALUE_TYPE(carouselMedia)
@@ -128,12 +160,18 @@ class QmlCarouselMedia {
 
  public:
   QmlCarouselMedia() = default;
+  /// Wraps `media`.
   explicit QmlCarouselMedia(CarouselMedia media) : m_(std::move(media)) {}
 
+  /// Address of the image or video.
   QString value() const { return qs(m_.value); }
+  /// Media width in points.
   int width() const { return static_cast<int>(m_.width); }
+  /// Media height in points.
   int height() const { return static_cast<int>(m_.height); }
+  /// Media type of `value`.
   QString type() const { return qs(m_.type); }
+  /// Seconds between video progress events; `undefined` when absent.
   QVariant videoProgressSec() const {
     return m_.videoProgressSec ? QVariant::fromValue(static_cast<qlonglong>(*m_.videoProgressSec))
                                : QVariant();
@@ -147,21 +185,26 @@ class QmlCarouselMedia {
 class QmlCarouselCard {
   Q_GADGET
   QML_VALUE_TYPE(carouselCard)
-  Q_PROPERTY(QmlCarouselMedia media READ media)
+  Q_PROPERTY(tavik::quick::QmlCarouselMedia media READ media)
   Q_PROPERTY(QString destinationUrl READ destinationUrl)
 
  public:
   QmlCarouselCard() = default;
+  /// Wraps `card`.
   explicit QmlCarouselCard(CarouselCard card) : c_(std::move(card)) {}
 
+  /// What the card shows.
   QmlCarouselMedia media() const { return QmlCarouselMedia(c_.media); }
+  /// Where a click leads; "" when absent.
   QString destinationUrl() const { return qs(c_.destinationUrl.value_or("")); }
+  /// The wrapped card.
   const CarouselCard& card() const { return c_; }
 
  private:
   CarouselCard c_;
 };
 
+/// The creative of a `CarouselAd` in QML (`carouselAdElements`).
 class QmlCarouselAdElements {
   Q_GADGET
   QML_VALUE_TYPE(carouselAdElements)
@@ -169,6 +212,7 @@ class QmlCarouselAdElements {
 
  public:
   QmlCarouselAdElements() = default;
+  /// Wraps `elements`.
   explicit QmlCarouselAdElements(CarouselAdElements elements) : e_(std::move(elements)) {}
 
   /// The cards as `carouselCard` values.
@@ -192,7 +236,7 @@ class QmlCarouselAd {
   Q_PROPERTY(QString au READ au)
   Q_PROPERTY(QString crt READ crt)
   Q_PROPERTY(qlonglong clientId READ clientId)
-  Q_PROPERTY(QmlCarouselAdElements elements READ elements)
+  Q_PROPERTY(tavik::quick::QmlCarouselAdElements elements READ elements)
   Q_PROPERTY(qlonglong rank READ rank)
   Q_PROPERTY(QString clickTrackingUrl READ clickTrackingUrl)
   Q_PROPERTY(QString impressionTrackingUrl READ impressionTrackingUrl)
@@ -200,23 +244,36 @@ class QmlCarouselAd {
 
  public:
   QmlCarouselAd() = default;
+  /// Wraps `ad`.
   explicit QmlCarouselAd(CarouselAd ad) : ad_(std::move(ad)) {}
 
+  /// False for the empty value a view starts with.
   bool valid() const { return ad_.has_value(); }
+  /// The ad's identifier; "" for the empty value.
   QString uclid() const { return ad_ ? qs(ad_->uclid) : QString(); }
+  /// The ad unit that served it; "" for the empty value.
   QString au() const { return ad_ ? qs(ad_->au) : QString(); }
+  /// Creative template; "" for the empty value.
   QString crt() const { return ad_ ? qs(ad_->crt) : QString(); }
+  /// "client_id"; 0 for the empty value.
   qlonglong clientId() const { return ad_ ? ad_->clientId : 0; }
+  /// The cards; empty for the empty value.
   QmlCarouselAdElements elements() const {
     return ad_ ? QmlCarouselAdElements(ad_->elements) : QmlCarouselAdElements();
   }
+  /// As sent by the server; 0 for the empty value.
   qlonglong rank() const { return ad_ ? ad_->rank : 0; }
+  /// Click-tracking address; "" for the empty value.
   QString clickTrackingUrl() const { return ad_ ? qs(ad_->clickTrackingUrl) : QString(); }
+  /// Impression-tracking address; "" for the empty value.
   QString impressionTrackingUrl() const { return ad_ ? qs(ad_->impressionTrackingUrl) : QString(); }
+  /// The shopper id stamped on the ad; "" when absent.
   QString cliUbid() const { return ad_ ? qs(ad_->cliUbid.value_or("")) : QString(); }
 
+  /// The wrapped ad; absent for the empty value.
   const std::optional<CarouselAd>& ad() const { return ad_; }
 
+  /// Same wrapped ad.
   friend bool operator==(const QmlCarouselAd& a, const QmlCarouselAd& b) { return a.ad_ == b.ad_; }
 
  private:

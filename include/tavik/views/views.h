@@ -19,15 +19,22 @@
 
 namespace tavik::quick {
 
+/// Hands out the view managers of one SDK instance; see `views()`.
 class Views {
  public:
+  /// Takes a copy of `sdk`'s configuration.
   explicit Views(const TAVIK& sdk) : config_(sdk.config()) {}
 
+  /// A new banner manager, or nullptr when not configured.
   std::unique_ptr<BannerAdViewProtocol> bannerAdView() const;
+  /// A new carousel manager, or nullptr when not configured.
   std::unique_ptr<CarouselAdViewProtocol> carouselAdView() const;
+  /// A new multi-ad strip manager, or nullptr when not configured.
   std::unique_ptr<MultiAdCarouselViewProtocol> multiAdCarouselView() const;
   /// Each with its own `CustomWindow`.
   std::unique_ptr<InterstitialAdViewProtocol> interstitialAdView() const;
+  /// A new picture-in-picture manager with its own `CustomWindow`, or nullptr when not
+  /// configured.
   std::unique_ptr<PIPAdViewProtocol> pipAdView() const;
 
  private:
@@ -36,6 +43,7 @@ class Views {
   std::optional<Config> config_;
 };
 
+/// The view managers of `sdk`.
 inline Views views(const TAVIK& sdk) {
   return Views(sdk);
 }

@@ -4,6 +4,13 @@ import Tavik
 
 // One video ad. The C++ base owns the player and decides when it plays; this file only
 // gives it somewhere to draw: the frames centred, fitted without distortion.
+//
+//   VideoAdView {
+//       width: 320; height: 180
+//       url: ad.elements.value
+//       uclid: ad.uclid
+//       cliUbid: ad.cliUbid
+//   }
 VideoAdViewBase {
     id: root
 

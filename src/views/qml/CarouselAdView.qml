@@ -3,6 +3,12 @@ import Tavik
 
 // One carousel ad: its cards in a strip that pages by drag, wheel and arrow keys, page
 // dots, one impression when the carousel first appears, a click per card tap.
+//
+//   CarouselAdView {
+//       ad: carouselAdFetchedByTheApp        // a carouselAd; TavikAds.decodeCarouselAd(json)
+//       adLabelText: "Sponsored"
+//       onAdClicked: ad => shop.openCarousel(ad)
+//   }
 CarouselAdViewBase {
     id: root
 
@@ -16,6 +22,9 @@ CarouselAdViewBase {
     CarouselStrip {
         carousel: root
         model: root.cards
+        // A delegate reads this file's ids from its context, which Qt 6.4's qmllint cannot
+        // follow across a component (it reports every such access as unqualified).
+        // qmllint disable unqualified
         delegate: Item {
             id: card
             required property int index
@@ -67,5 +76,6 @@ CarouselAdViewBase {
                 }
             }
         }
+        // qmllint enable unqualified
     }
 }

@@ -31,7 +31,8 @@ Item {
             anchors.centerIn: parent
             width: 20
             height: 20
-            sourceSize: Qt.size(40, 40)
+            sourceSize.width: 40
+            sourceSize.height: 40
             source: root.symbol === "" ? "" : "icons/" + root.symbol + ".svg"
         }
     }

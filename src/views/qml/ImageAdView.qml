@@ -4,6 +4,11 @@ import Tavik
 // An image creative, fitted inside the frame its parent gives it, aspect kept. While it
 // loads, and when it fails, nothing is drawn. Views of the same creative share one decoded
 // picture and one texture through Qt's pixmap cache.
+//
+//   ImageAdView {
+//       width: 320; height: 50
+//       imageUrl: ad.elements.value          // downloaded through the SDK's transport
+//   }
 Item {
     id: root
 

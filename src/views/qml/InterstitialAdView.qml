@@ -3,7 +3,15 @@ import Tavik
 
 // A banner over the whole window on a dimmed layer that takes every input: the close
 // button fades in after the ad's delay, the interstitial closes itself after the
-// longer one. Escape closes it once the close button is there.
+// longer one. Escape closes it once the close button is there. Apps usually show it
+// through the interstitial manager (interstitialAdView().showAd), which puts it over
+// the focused window.
+//
+//   InterstitialAdView {
+//       ad: interstitialAd                   // a bannerAd
+//       adLabelText: "Sponsored"
+//       onAdClicked: ad => shop.open(ad.elements.destinationUrl)
+//   }
 InterstitialAdViewBase {
     id: root
 

@@ -3,10 +3,17 @@ import Tavik
 
 // Several banner ads in one strip: every card is a whole BannerAdView with its own
 // impression (once per card for the life of the strip) and clicks.
+//
+//   MultiAdCarouselView {
+//       ads: bannerAdsFetchedByTheApp        // a list of bannerAd
+//       adWidth: 320
+//       adLabelText: "Ad"
+//       onAdClicked: ad => shop.open(ad.elements.destinationUrl)
+//   }
 MultiAdCarouselViewBase {
     id: root
 
-    activeFocusOnTab: count > 0
+    activeFocusOnTab: root.count > 0
     Accessible.role: Accessible.List
     Accessible.name: qsTr("Sponsored")
     Keys.onLeftPressed: root.step(-1)
@@ -15,6 +22,9 @@ MultiAdCarouselViewBase {
     CarouselStrip {
         carousel: root
         model: root.ads
+        // A delegate reads this file's ids from its context, which Qt 6.4's qmllint cannot
+        // follow across a component (it reports every such access as unqualified).
+        // qmllint disable unqualified
         delegate: Item {
             id: card
             required property int index
@@ -47,5 +57,6 @@ MultiAdCarouselViewBase {
                 onAdClicked: ad => root.adClicked(ad)
             }
         }
+        // qmllint enable unqualified
     }
 }

@@ -2,7 +2,14 @@ import QtQuick
 import Tavik
 
 // A video ad in the floating panel: tap for the ad, the ad label where asked, the full
-// screen and close buttons, the sound switch in the bottom-right corner.
+// screen and close buttons, the sound switch in the bottom-right corner. Apps show it
+// through the picture-in-picture manager (pipAdView().showAd), which makes the panel.
+//
+//   PIPAdView {
+//       ad: videoAd                          // a bannerAd with a video element
+//       adLabelText: "Ad"
+//       onAdClicked: ad => shop.open(ad.elements.destinationUrl)
+//   }
 PIPAdViewBase {
     id: root
 
