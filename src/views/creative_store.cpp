@@ -117,6 +117,12 @@ class Store {
         [this, url](const Bytes& body) { remember(url, body); });
   }
 
+  Bytes cached(const std::string& url) {
+    std::lock_guard lock(mutex_);
+    auto hit = index_.find(url);
+    return hit == index_.end() ? nullptr : hit->second->second;
+  }
+
   CreativeHold<std::string> file(const std::string& url) {
     return join(
         filesUnderWay_, url, [&] { return cachedFile(url); }, [](const std::string&) {});
@@ -224,6 +230,10 @@ CreativeHold<std::string> holdCreativeFile(const std::string& url, HoldFor holde
   auto hold = Store::instance().file(url);
   if (holder == HoldFor::view) takeOverPreload(url);
   return hold;
+}
+
+Bytes cachedCreativeBytes(const std::string& url) {
+  return Store::instance().cached(url);
 }
 
 CreativeStoreStats creativeStoreStats() {

@@ -54,6 +54,10 @@ CreativeHold<Bytes> holdCreativeBytes(const std::string& url, HoldFor holder = H
 /// comes from the disk cache when it holds a sound copy, else it is downloaded into it.
 CreativeHold<std::string> holdCreativeFile(const std::string& url, HoldFor holder = HoldFor::view);
 
+/// The bytes of the image at `url` if the in-memory cache holds them, else null; never
+/// starts a download.
+Bytes cachedCreativeBytes(const std::string& url);
+
 struct CreativeStoreStats {
   std::size_t downloads = 0;        // downloads started (a video looks in the disk cache first)
   std::size_t memoryHits = 0;       // answered from the in-memory cache

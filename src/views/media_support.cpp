@@ -90,6 +90,12 @@ class CreativeImageResponse : public QQuickImageResponse {
 }  // namespace
 
 namespace detail {
+std::string creativeAddress(const QString& id) {
+  return QByteArray::fromBase64(id.toLatin1(),
+                                QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals)
+      .toStdString();
+}
+
 QImage decodeCreative(const std::string& bytes, const QSize& requestedSize) {
   QByteArray data = QByteArray::fromRawData(bytes.data(), static_cast<qsizetype>(bytes.size()));
   QBuffer buffer(&data);
@@ -106,10 +112,8 @@ QImage decodeCreative(const std::string& bytes, const QSize& requestedSize) {
 QQuickImageResponse* CreativeImageProvider::requestImageResponse(const QString& id,
                                                                  const QSize& requestedSize) {
   auto* response = new CreativeImageResponse();
-  const QByteArray address = QByteArray::fromBase64(
-      id.toLatin1(), QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
   auto state = response->state();
-  auto hold = detail::holdCreativeBytes(address.toStdString());
+  auto hold = detail::holdCreativeBytes(detail::creativeAddress(id));
   Future<detail::Bytes> bytes = hold.future();
   {
     std::lock_guard lock(state->mutex);

@@ -35,6 +35,8 @@ class CreativeImageProvider : public QQuickAsyncImageProvider {
 };
 
 namespace detail {
+/// The creative address in an image provider's id (the address as base64url).
+std::string creativeAddress(const QString& id);
 /// Decodes an image creative, scaled down into `requestedSize` (aspect kept) when that
 /// is valid; null when the bytes are no image.
 QImage decodeCreative(const std::string& bytes, const QSize& requestedSize);

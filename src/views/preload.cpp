@@ -116,20 +116,11 @@ QImage takePreloadedImage(const std::string& url) {
 
 QImage PreloadedImageProvider::requestImage(const QString& id, QSize* size,
                                             const QSize& requestedSize) {
-  const std::string url = QByteArray::fromBase64(id.toLatin1(), QByteArray::Base64UrlEncoding |
-                                                                    QByteArray::OmitTrailingEquals)
-                              .toStdString();
+  const std::string url = creativeAddress(id);
   QImage image = takePreloadedImage(url);
   if (image.isNull()) {
     // The view loads again (a new size): from memory if the bytes are still there.
-    auto hold = holdCreativeBytes(url);
-    const Future<Bytes> bytes = hold.future();
-    if (bytes.is_ready()) {
-      try {
-        image = decodeCreative(*bytes.get(), requestedSize);
-      } catch (...) {
-      }
-    }
+    if (const Bytes bytes = cachedCreativeBytes(url)) image = decodeCreative(*bytes, requestedSize);
   }
   if (size) *size = image.size();
   return image;
@@ -166,6 +157,11 @@ Future<bool> preloadCreative(const BannerAd& ad) {
       body = ready.get();
     } catch (...) {
       promise->set_exception(std::current_exception());
+      return;
+    }
+    // A view took the preload over meanwhile and decodes for itself.
+    if (weak.expired()) {
+      promise->set_value(true);
       return;
     }
     // Decoding is real work: on Qt's thread pool, never on the transport thread.
