@@ -211,6 +211,31 @@ TEST_F(Creatives, APreloadIsWantedUntilDroppedThenItsDownloadIsCancelled) {
   EXPECT_FALSE(quick::preloadCreative(carousel).get());
 }
 
+TEST_F(Creatives, APreloadedPictureInPicturePlaysItsVideoFromDiskWithoutAnotherRequest) {
+  const std::string path = "/media/video_320x180.mp4";
+  const BannerAd ad = catalogueAd("au_pip", path + "?pip");
+  Scene scene(400, 800);
+  scene.view.requestActivate();
+  auto manager = quick::views(TAVIK::shared()).pipAdView();
+  ASSERT_TRUE(manager);
+  EXPECT_FALSE(
+      manager->preload(catalogueAd("au_interstitial", "/media/interstitial_320x480.png")).get())
+      << "the picture in picture shows video only";
+  Future<bool> preloaded = manager->preload(ad);
+  ASSERT_TRUE(spinUntil([&] { return preloaded.is_ready(); }));
+  EXPECT_TRUE(preloaded.get());
+  EXPECT_EQ(mediaRequests(path), 1u);
+  EXPECT_EQ(quick::detail::CreativeDiskCache::instance().stats().files, 1u);
+
+  const auto before = quick::detail::creativeStoreStats();
+  manager->showAd(ad, {});
+  // The panel's player asks the store for the file, which comes from disk.
+  ASSERT_TRUE(spinUntil(
+      [&] { return quick::detail::creativeStoreStats().downloads == before.downloads + 1; }));
+  spinUntil([] { return false; }, 300);
+  EXPECT_EQ(mediaRequests(path), 1u);
+}
+
 // ---- the disk cache
 
 // Run as a child process by the test below: plays the video through the SDK's player,
