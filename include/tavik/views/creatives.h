@@ -2,10 +2,13 @@
 
 // Creatives ahead of showing, and where video creatives are kept between runs.
 //
-//   tavik::quick::preloadCreative(ad).then(tavik::quick::applicationExecutor(),
-//                                          [&](bool) { interstitials->showAd(ad, {}); });
+//   InterstitialAdViewProtocol* manager = interstitials.get();  // kept alive by the host
+//   tavik::quick::continueOn(window, manager->preload(ad),
+//                            [manager, ad](const tavik::Future<bool>&) {
+//                              manager->showAd(ad, {});  // failed: showAd tries again itself
+//                            });
 //
-// The managers' `preload` and `dropPreload` are the same calls.
+// The managers' `preload` and `dropPreload` are these calls.
 
 #include <cstddef>
 #include <string>
