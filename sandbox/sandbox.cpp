@@ -113,6 +113,11 @@ struct Sandbox::Impl {
   std::atomic<bool> stopping{false};
   std::atomic<bool> running{false};
 
+  // Slow media (setMediaPace): a pause before each piece of a media answer.
+  std::atomic<std::int64_t> mediaChunkDelayMs{0};
+  std::atomic<std::size_t> mediaChunkBytes{16 * 1024};
+  std::atomic<std::size_t> mediaAnswersCut{0};
+
   // Sockets of the TLS connections, so stop() can end idle keep-alive connections that
   // would otherwise hold a worker (and the join) for the whole keep-alive time-out.
   std::mutex socketsMutex;
@@ -238,9 +243,31 @@ struct Sandbox::Impl {
     const std::string file = path.substr(std::string("/media/").size());
     auto bytes = detail::loadMedia(file, options.mediaDir);
     if (!bytes) return answerError(res, 404, "no such media file", path);
+    const auto pause = std::chrono::milliseconds(mediaChunkDelayMs.load());
+    if (pause.count() > 0) return answerSlowly(std::move(*bytes), file, pause, res);
     // Status left unset: the library answers 206 itself when the client asked for a range
     // (video players do).
     res.set_content(std::move(*bytes), detail::mediaContentType(file));
+  }
+
+  // A media answer in pieces with a pause before each; a client that leaves before the
+  // end shows as a failed write, and the answer is counted as cut.
+  void answerSlowly(std::string bytes, const std::string& file, std::chrono::milliseconds pause,
+                    httplib::Response& res) {
+    auto body = std::make_shared<std::string>(std::move(bytes));
+    const std::size_t piece = std::max<std::size_t>(1, mediaChunkBytes.load());
+    res.set_content_provider(
+        body->size(), detail::mediaContentType(file),
+        [this, body, piece, pause](std::size_t offset, std::size_t length,
+                                   httplib::DataSink& sink) {
+          sleepUnlessStopping(pause);
+          const std::size_t n = std::min({piece, length, body->size() - offset});
+          if (stopping.load() || !sink.is_writable() || !sink.write(body->data() + offset, n)) {
+            ++mediaAnswersCut;
+            return false;
+          }
+          return true;
+        });
   }
 
   void answerAdmin(const httplib::Request& req, httplib::Response& res) {
@@ -499,6 +526,15 @@ std::vector<RecordedRequest> Sandbox::requests(std::string_view path) const {
 void Sandbox::clearRequests() {
   std::lock_guard lock(impl_->mutex);
   impl_->record.clear();
+}
+
+void Sandbox::setMediaPace(std::chrono::milliseconds pausePerPiece, std::size_t pieceBytes) {
+  impl_->mediaChunkBytes = pieceBytes;
+  impl_->mediaChunkDelayMs = pausePerPiece.count();
+}
+
+std::size_t Sandbox::mediaAnswersCut() const {
+  return impl_->mediaAnswersCut.load();
 }
 
 std::size_t Sandbox::connectionCount() const {

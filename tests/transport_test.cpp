@@ -280,3 +280,29 @@ TEST(TransportThreads, LargeAnswersCompleteOffTheTransportThread) {
   const Where small = where("/small");
   EXPECT_TRUE(small.transport) << "a small answer is handed over for nothing";
 }
+
+TEST(TransportLanes, CreativesNeverStandInFrontOfAnEventToTheSameOrigin) {
+  // Thirty creatives answered after 30 s, then an event to the same host: the event is
+  // answered while every creative is still in transfer or waiting, and the creatives
+  // never held more than half of the host's connections.
+  test::SandboxEnv env;
+  env.server().script("/media/slow.png", test::slow(30s));
+  setTransport(60s, 6, 20'000);
+  std::vector<Future<detail::HttpResponse>> creatives;
+  for (int i = 0; i < 30; ++i) {
+    auto request = get(env.base() + "/media/slow.png?n=" + std::to_string(i));
+    request.source = detail::RequestSource::media;
+    creatives.push_back(detail::sendHttpRequest(std::move(request)));
+  }
+  ASSERT_TRUE(env.server().waitForRequests(3, 10s));
+  std::this_thread::sleep_for(300ms);  // time for more to go out, if more could
+  EXPECT_EQ(env.server().requests("/media/slow.png").size(), 3u) << "media took more than half";
+
+  auto event = detail::sendHttpRequest(get(env.base() + "/events?event_name=funnel_impression"));
+  ASSERT_EQ(event.wait_for(20s), std::future_status::ready) << "the event waited behind media";
+  EXPECT_EQ(event.get().status, 200);
+  for (const auto& creative : creatives) EXPECT_FALSE(creative.is_ready());
+
+  for (auto& creative : creatives) creative.cancel();
+  for (auto& creative : creatives) EXPECT_EQ(failureKind(creative), Kind::cancelled);
+}

@@ -79,7 +79,8 @@ struct Transfer {
   enum class State { incoming, waiting, active, done };
 
   HttpRequest request;
-  std::string origin;  // scheme://host[:port], the lane it waits in
+  std::string origin;  // scheme://host[:port]: what its waiting count is kept by
+  std::string lane;    // the origin, or the origin's media lane for creative downloads
   Promise<HttpResponse> promise;
   std::shared_ptr<const EffectiveSettings> settings;
   Clock::time_point called;               // when the host's call made it
@@ -104,6 +105,22 @@ std::string originOf(const std::string& url) {
   const auto scheme = url.find("://");
   if (scheme == std::string::npos) return url;
   return url.substr(0, url.find_first_of("/?#", scheme + 3));
+}
+
+// Creative downloads of an origin wait in a lane of their own, so that no number of them
+// ever stands in front of an event or an ad fetch to the same origin.
+std::string laneOf(const std::string& origin, RequestSource source) {
+  return source == RequestSource::media ? origin + " (media)" : origin;
+}
+
+// How many transfers of a lane may be inside libcurl at once. Media gets at most half of
+// the origin's connections (one when there is a single one): with HTTP/1.1 a transfer
+// holds its connection, so the other half stays free for events and fetches, which
+// then start within one connection set-up however many creatives are in transfer.
+long laneCap(const Transfer& t) {
+  const long connections = std::max(1L, t.settings->settings.maxConnectionsPerHost);
+  if (t.request.source == RequestSource::media) return std::max(1L, connections / 2);
+  return connections * 2;
 }
 
 bool isHttps(const std::string& url) {
@@ -203,6 +220,7 @@ class HttpClient {
     transfer->called = Clock::now();
     transfer->request = std::move(request);
     transfer->origin = originOf(transfer->request.url);
+    transfer->lane = laneOf(transfer->origin, transfer->request.source);
     Future<HttpResponse> future = transfer->promise.get_future();
     std::size_t refusedAt = 0;
     bool accepted = false;
@@ -424,7 +442,7 @@ class HttpClient {
       t.hasDeadline = false;
     }
     if (t.state == Transfer::State::waiting) {
-      auto lane = lanes_.find(t.origin);
+      auto lane = lanes_.find(t.lane);
       if (lane != lanes_.end()) {
         lane->second.waiting.erase(t.inLane);
         if (lane->second.active == 0 && lane->second.waiting.empty()) lanes_.erase(lane);
@@ -551,11 +569,10 @@ class HttpClient {
   // CPU and memory per request than a short queue in front of it, and keeping a few
   // more than the connections keeps every connection busy.
   void admit(const std::shared_ptr<Transfer>& transfer) {
-    Lane& lane = lanes_[transfer->origin];
-    const long cap = std::max(1L, transfer->settings->settings.maxConnectionsPerHost * 2);
-    if (lane.active < cap && lane.waiting.empty()) {
+    Lane& lane = lanes_[transfer->lane];
+    if (lane.active < laneCap(*transfer) && lane.waiting.empty()) {
       if (start(transfer)) ++lane.active;
-      if (lane.active == 0 && lane.waiting.empty()) lanes_.erase(transfer->origin);
+      if (lane.active == 0 && lane.waiting.empty()) lanes_.erase(transfer->lane);
     } else {
       transfer->inLane = lane.waiting.insert(lane.waiting.end(), transfer);
       transfer->state = Transfer::State::waiting;
@@ -563,13 +580,13 @@ class HttpClient {
     }
   }
 
-  // A transfer of `origin` left libcurl: let the next waiting one of that lane in.
-  void release(const std::string& origin) {
-    auto it = lanes_.find(origin);
+  // A transfer of `lane` left libcurl: let the next waiting one of that lane in.
+  void release(const std::string& laneName) {
+    auto it = lanes_.find(laneName);
     if (it == lanes_.end()) return;
     --it->second.active;
     while (true) {
-      it = lanes_.find(origin);  // a failed start may have changed the lanes
+      it = lanes_.find(laneName);  // a failed start may have changed the lanes
       if (it == lanes_.end()) return;
       Lane& lane = it->second;
       if (lane.waiting.empty()) {
@@ -580,7 +597,7 @@ class HttpClient {
       lane.waiting.pop_front();
       next->state = Transfer::State::incoming;  // out of the lane, not yet in libcurl
       if (start(next)) {
-        ++lanes_[origin].active;
+        ++lanes_[laneName].active;
         return;
       }
     }
@@ -671,7 +688,7 @@ class HttpClient {
     const auto error = std::make_exception_ptr(
         TransportError(kind, code, "HTTP request to " + t->request.url + " failed: " + reason));
     runHostCode([&] { t->promise.set_exception(error); });
-    release(t->origin);
+    release(t->lane);
   }
 
   void cancel(const std::shared_ptr<Transfer>& t) {
@@ -755,7 +772,7 @@ class HttpClient {
         curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &raw);
         auto transfer = active_.at(raw);
         finish(transfer, code);
-        release(transfer->origin);
+        release(transfer->lane);
         if (gaveUp_.load()) return;
       }
       expire(Clock::now());

@@ -54,6 +54,7 @@ QtMediaPlayer::~QtMediaPlayer() {
 
 void QtMediaPlayer::setSource(const QUrl& url) {
   ++generation_;
+  download_.reset();
   source_ = url;
   local_.clear();
   mediaLoaded_ = false;
@@ -77,16 +78,16 @@ void QtMediaPlayer::setSource(const QUrl& url) {
   // The download completes on the transport thread; the file is handed to the player
   // on this thread, and only if this player still exists and still wants this source.
   const std::uint64_t generation = generation_;
-  continueOn(this, detail::fetchCreativeFile(url.toString(QUrl::FullyEncoded).toStdString()),
-             [this, generation](const Future<std::string>& ready) {
-               if (generation != generation_) return;
-               try {
-                 load(QUrl::fromLocalFile(QString::fromStdString(ready.get())));
-               } catch (...) {
-                 fail(QStringLiteral("the video could not be downloaded: %1")
-                          .arg(describe(std::current_exception())));
-               }
-             });
+  download_ = detail::holdCreativeFile(url.toString(QUrl::FullyEncoded).toStdString());
+  continueOn(this, download_.future(), [this, generation](const Future<std::string>& ready) {
+    if (generation != generation_) return;
+    try {
+      load(QUrl::fromLocalFile(QString::fromStdString(ready.get())));
+    } catch (...) {
+      fail(QStringLiteral("the video could not be downloaded: %1")
+               .arg(describe(std::current_exception())));
+    }
+  });
 }
 
 void QtMediaPlayer::load(const QUrl& local) {

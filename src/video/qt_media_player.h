@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "tavik/video/media_player.h"
+#include "views/creative_store.h"
 
 namespace tavik::quick {
 
@@ -59,6 +60,9 @@ class QtMediaPlayer final : public MediaPlayer {
   // The one reload after a failure of a freshly loaded file: done / under way.
   bool reloaded_ = false;
   bool reloading_ = false;
+  // This player's want of its https video: given up with the source or the player,
+  // which cancels a download no other view waits for.
+  detail::CreativeHold<std::string> download_;
   // Tells a finished download whether its source is still the current one.
   std::uint64_t generation_ = 0;
   Status status_ = Status::unknown;

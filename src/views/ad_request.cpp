@@ -1,11 +1,13 @@
 #include "views/ad_request.h"
 
+#include <QJSEngine>
 #include <QTimer>
 #include <memory>
 #include <mutex>
 
 #include "tavik/ads/ad_renderer.h"
 #include "tavik/core/tavik.h"
+#include "tavik/views/creatives.h"
 #include "tavik/views/qt_bridge.h"
 #include "views/logging.h"
 
@@ -124,6 +126,36 @@ QmlCarouselAd TavikAds::decodeCarouselAd(const QString& jsonText) const {
     qCWarning(lcViews, "TavikAds.decodeCarouselAd: %s", e.what());
     return {};
   }
+}
+
+void CreativePreload::finish(Status status, QString error) {
+  if (status_ != Loading) return;
+  status_ = status;
+  error_ = std::move(error);
+  Q_EMIT finished(status_);
+}
+
+CreativePreload* TavikAds::preload(const QmlBannerAd& ad) {
+  auto* result = new CreativePreload();
+  QJSEngine::setObjectOwnership(result, QJSEngine::JavaScriptOwnership);
+  if (!ad.ad()) {
+    result->finish(CreativePreload::Empty);
+    return result;
+  }
+  continueOn(result, preloadCreative(*ad.ad()), [result](const Future<bool>& ready) {
+    try {
+      result->finish(ready.get() ? CreativePreload::Ready : CreativePreload::Empty);
+    } catch (const std::exception& e) {
+      result->finish(CreativePreload::Error, QString::fromUtf8(e.what()));
+    } catch (...) {
+      result->finish(CreativePreload::Error, QStringLiteral("the creative could not be loaded"));
+    }
+  });
+  return result;
+}
+
+void TavikAds::dropPreload(const QmlBannerAd& ad) {
+  if (ad.ad()) dropPreloadedCreative(*ad.ad());
 }
 
 }  // namespace tavik::quick

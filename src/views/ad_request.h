@@ -81,6 +81,33 @@ class BannerAdRequest : public QObject, public QQmlParserStatus {
   quint64 generation_ = 0;  // answers of an older fetch are dropped
 };
 
+/// The result of `TavikAds.preload(ad)`: `status` Loading until the creative is ready
+/// (Ready), or the ad had none (Empty), or its download failed (Error, `errorString`
+/// says why); `finished` is emitted once with the outcome.
+class CreativePreload : public QObject {
+  Q_OBJECT
+  QML_ELEMENT
+  QML_UNCREATABLE("Made by TavikAds.preload")
+  Q_PROPERTY(Status status READ status NOTIFY finished)
+  Q_PROPERTY(QString errorString READ errorString NOTIFY finished)
+
+ public:
+  enum Status { Loading, Ready, Empty, Error };
+  Q_ENUM(Status)
+
+  explicit CreativePreload(QObject* parent = nullptr) : QObject(parent) {}
+  Status status() const { return status_; }
+  QString errorString() const { return error_; }
+  void finish(Status status, QString error = {});
+
+ Q_SIGNALS:
+  void finished(tavik::quick::CreativePreload::Status status);
+
+ private:
+  Status status_ = Loading;
+  QString error_;
+};
+
 /// Record helpers for QML: `TavikAds.decodeBannerAd(jsonText)` gives a `bannerAd` from
 /// an ad's JSON (for hosts that keep ads as JSON, and for tests); text that does not
 /// decode gives an invalid value (`valid` false) and a warning naming the problem.
@@ -96,6 +123,11 @@ class TavikAds : public QObject {
   Q_INVOKABLE tavik::quick::QmlBannerAd decodeBannerAd(const QString& jsonText) const;
   /// The same for a carousel ad (`carouselAd`).
   Q_INVOKABLE tavik::quick::QmlCarouselAd decodeCarouselAd(const QString& jsonText) const;
+  /// Loads `ad`'s creative ahead of showing it (see `tavik::quick::preloadCreative`); the
+  /// result is owned by the caller's JavaScript. The creative stays wanted until a view
+  /// shows it or `dropPreload(ad)`.
+  Q_INVOKABLE tavik::quick::CreativePreload* preload(const tavik::quick::QmlBannerAd& ad);
+  Q_INVOKABLE void dropPreload(const tavik::quick::QmlBannerAd& ad);
 };
 
 }  // namespace tavik::quick

@@ -1,12 +1,6 @@
 #include "views/creative_store.h"
 
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
+#include <cstdint>
 #include <list>
 #include <mutex>
 #include <unordered_map>
@@ -15,8 +9,34 @@
 #include "tavik/core/error.h"
 #include "tavik/network/transport.h"
 #include "tavik/network/web_service.h"
+#include "views/creative_disk_cache.h"
+#include "views/preload.h"
 
 namespace tavik::quick::detail {
+
+// One download of one creative, shared by every hold on its address. The last hold to
+// go takes it down: a download still under way is cancelled.
+template <class T>
+struct CreativeDownload {
+  explicit CreativeDownload(Future<T> f) : future(std::move(f)) {}
+  ~CreativeDownload() {
+    if (future.valid() && future.cancel()) onCancelled();
+  }
+  CreativeDownload(const CreativeDownload&) = delete;
+  CreativeDownload& operator=(const CreativeDownload&) = delete;
+
+  static void onCancelled();
+  Future<T> future;
+};
+
+template <class T>
+Future<T> CreativeHold<T>::future() const {
+  if (!download_) throw InvalidFutureError("CreativeHold::future() on an empty hold");
+  return download_->future.detached();
+}
+
+template class CreativeHold<Bytes>;
+template class CreativeHold<std::string>;
 
 namespace {
 
@@ -38,44 +58,74 @@ Future<Bytes> download(const std::string& url) {
       });
 }
 
-// Process-wide store: a byte-bounded LRU of image bytes, the downloads in flight, and
-// the video files on disk. Never destroyed, like the HTTP client it sits on.
-class Store {
- public:
-  Future<Bytes> bytes(const std::string& url) {
-    std::unique_lock lock(mutex_);
-    if (auto hit = index_.find(url); hit != index_.end()) {
-      lru_.splice(lru_.begin(), lru_, hit->second);
-      ++stats_.memoryHits;
-      return Future<Bytes>::ready(hit->second->second);
+// The video file of `url`: a sound copy from the disk cache, else downloaded into it.
+// Looking at the cache may read the file, so it runs on the SDK's background thread;
+// writing the file does too, never on the transport thread.
+Future<std::string> cachedFile(const std::string& url) {
+  auto promise = std::make_shared<Promise<std::string>>();
+  Future<std::string> result = promise->get_future();
+  backgroundExecutor()([promise, result, url] {
+    try {
+      if (auto path = CreativeDiskCache::instance().find(url)) {
+        promise->set_value(*path);
+        return;
+      }
+    } catch (...) {
+      // An unreadable cache is no cache: download.
     }
-    if (auto running = inFlight_.find(url); running != inFlight_.end()) return running->second;
-    ++stats_.downloads;
-    Future<Bytes> future = download(url);
-    inFlight_.emplace(url, future);
-    lock.unlock();
-    // Settles the entry whenever the download ends (at once for a refused address).
-    future.whenReady([this, url](const Future<Bytes>& ready) {
-      std::lock_guard guard(mutex_);
-      inFlight_.erase(url);
+    if (result.cancelRequested()) {
+      promise->set_exception(std::make_exception_ptr(TransportError(
+          TransportError::Kind::cancelled, 0, "the download of " + url + " was cancelled")));
+      return;
+    }
+    Future<std::string> written = download(url).then(
+        backgroundExecutor(),
+        [url](const Bytes& body) { return CreativeDiskCache::instance().store(url, *body); });
+    result.onCancel([written] { written.cancel(); });
+    written.whenReady([promise](const Future<std::string>& ready) {
       try {
-        remember(url, ready.get());
+        promise->set_value(ready.get());
       } catch (...) {
-        // A failed creative is not cached: the next view asks again.
+        promise->set_exception(std::current_exception());
       }
     });
-    return future;
+  });
+  return result;
+}
+
+// Process-wide store: the downloads under way (by address, one per kind) and a
+// byte-bounded LRU of image bytes. Never destroyed, like the HTTP client it sits on.
+class Store {
+ public:
+  static Store& instance() {
+    static Store* store = new Store();
+    return *store;
   }
 
-  Future<std::string> file(const std::string& url) {
+  CreativeHold<Bytes> bytes(const std::string& url) {
     {
       std::lock_guard lock(mutex_);
-      if (auto known = files_.find(url);
-          known != files_.end() && std::filesystem::exists(known->second.path)) {
-        return Future<std::string>::ready(known->second.path);
+      if (auto hit = index_.find(url); hit != index_.end()) {
+        lru_.splice(lru_.begin(), lru_, hit->second);
+        ++stats_.memoryHits;
+        return CreativeHold<Bytes>(
+            std::make_shared<CreativeDownload<Bytes>>(Future<Bytes>::ready(hit->second->second)));
       }
     }
-    return download(url).then([this, url](const Bytes& body) { return writeFile(url, *body); });
+    return join(
+        bytesUnderWay_, url, [&] { return download(url); },
+        [this, url](const Bytes& body) { remember(url, body); });
+  }
+
+  Bytes cached(const std::string& url) {
+    std::lock_guard lock(mutex_);
+    auto hit = index_.find(url);
+    return hit == index_.end() ? nullptr : hit->second->second;
+  }
+
+  CreativeHold<std::string> file(const std::string& url) {
+    return join(
+        filesUnderWay_, url, [&] { return cachedFile(url); }, [](const std::string&) {});
   }
 
   CreativeStoreStats stats() {
@@ -90,7 +140,56 @@ class Store {
     stats_.cachedBytes = 0;
   }
 
+  void countCancelled() {
+    std::lock_guard lock(mutex_);
+    ++stats_.cancelled;
+  }
+
  private:
+  template <class T>
+  struct UnderWay {
+    std::weak_ptr<CreativeDownload<T>> download;
+    std::uint64_t serial = 0;
+  };
+  template <class T>
+  using UnderWayMap = std::unordered_map<std::string, UnderWay<T>>;
+
+  // A hold on the download of `url` under way, or on a new one made by `start`. A
+  // download leaves the map when it ends (`settle` sees its result first, under the
+  // lock) or, cancelled, when a later hold finds it gone.
+  template <class T, class Start, class Settle>
+  CreativeHold<T> join(UnderWayMap<T>& underWay, const std::string& url, Start&& start,
+                       Settle settle) {
+    std::shared_ptr<CreativeDownload<T>> made;
+    std::uint64_t serial = 0;
+    {
+      std::lock_guard lock(mutex_);
+      if (auto running = underWay.find(url); running != underWay.end()) {
+        if (auto shared = running->second.download.lock()) {
+          ++stats_.sharedDownloads;
+          return CreativeHold<T>(std::move(shared));
+        }
+      }
+      ++stats_.downloads;
+      made = std::make_shared<CreativeDownload<T>>(start());
+      serial = ++serial_;
+      underWay[url] = UnderWay<T>{made, serial};
+    }
+    // Outside the lock: a download refused at once completes inside this call.
+    made->future.whenReady([this, &underWay, url, serial, settle](const Future<T>& ready) {
+      std::lock_guard lock(mutex_);
+      if (auto it = underWay.find(url); it != underWay.end() && it->second.serial == serial) {
+        underWay.erase(it);
+      }
+      try {
+        settle(ready.get());
+      } catch (...) {
+        // A failed creative is not kept: the next view asks again.
+      }
+    });
+    return CreativeHold<T>(std::move(made));
+  }
+
   using Entry = std::pair<std::string, Bytes>;
 
   void remember(const std::string& url, const Bytes& body) {
@@ -105,81 +204,36 @@ class Store {
     }
   }
 
-  std::string writeFile(const std::string& url, const std::string& body) {
-    std::lock_guard lock(mutex_);
-    if (folder_.empty()) {
-      std::string pattern = (std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp");
-      pattern += "/tavik-media-XXXXXX";
-      if (!::mkdtemp(pattern.data()))
-        throw std::runtime_error("tavik: cannot create the media folder");
-      folder_ = pattern;
-      std::atexit([] {
-        std::error_code ignored;
-        std::filesystem::remove_all(instance().folder_, ignored);
-      });
-    }
-    const std::string extension =
-        std::filesystem::path(url.substr(0, url.find_first_of("?#"))).extension().string();
-    const std::string path = folder_ + "/" + std::to_string(std::hash<std::string>{}(url)) + "-" +
-                             std::to_string(++fileSerial_) + extension.substr(0, 8);
-    std::ofstream out(path, std::ios::binary);
-    out.write(body.data(), static_cast<std::streamsize>(body.size()));
-    if (!out) throw std::runtime_error("tavik: cannot write the media file " + path);
-    out.close();
-    if (auto old = files_.find(url); old != files_.end()) forgetFile(old);
-    files_[url] = File{path, body.size(), ++fileClock_};
-    fileBytes_ += body.size();
-    // Oldest first; a player still reading a removed file keeps its open descriptor.
-    while (fileBytes_ > kCreativeFileBudget && files_.size() > 1) {
-      auto oldest = files_.begin();
-      for (auto it = files_.begin(); it != files_.end(); ++it) {
-        if (it->second.serial < oldest->second.serial) oldest = it;
-      }
-      forgetFile(oldest);
-    }
-    return path;
-  }
-
-  struct File {
-    std::string path;
-    std::size_t size = 0;
-    std::size_t serial = 0;
-  };
-
-  void forgetFile(std::unordered_map<std::string, File>::iterator it) {
-    std::error_code ignored;
-    std::filesystem::remove(it->second.path, ignored);
-    fileBytes_ -= it->second.size;
-    files_.erase(it);
-  }
-
- public:
-  static Store& instance() {
-    static Store* store = new Store();
-    return *store;
-  }
-
- private:
   std::mutex mutex_;
   std::list<Entry> lru_;
   std::unordered_map<std::string, std::list<Entry>::iterator> index_;
-  std::unordered_map<std::string, Future<Bytes>> inFlight_;
+  UnderWayMap<Bytes> bytesUnderWay_;
+  UnderWayMap<std::string> filesUnderWay_;
+  std::uint64_t serial_ = 0;
   CreativeStoreStats stats_;
-  std::string folder_;
-  std::unordered_map<std::string, File> files_;
-  std::size_t fileBytes_ = 0;
-  std::size_t fileSerial_ = 0;
-  std::size_t fileClock_ = 0;
 };
 
 }  // namespace
 
-Future<Bytes> fetchCreativeBytes(const std::string& url) {
-  return Store::instance().bytes(url);
+template <class T>
+void CreativeDownload<T>::onCancelled() {
+  Store::instance().countCancelled();
 }
 
-Future<std::string> fetchCreativeFile(const std::string& url) {
-  return Store::instance().file(url);
+CreativeHold<Bytes> holdCreativeBytes(const std::string& url, HoldFor holder) {
+  auto hold = Store::instance().bytes(url);
+  if (holder == HoldFor::view) takeOverPreload(url);
+  return hold;
+}
+
+CreativeHold<std::string> holdCreativeFile(const std::string& url, HoldFor holder) {
+  auto hold = Store::instance().file(url);
+  if (holder == HoldFor::view) takeOverPreload(url);
+  return hold;
+}
+
+Bytes cachedCreativeBytes(const std::string& url) {
+  return Store::instance().cached(url);
 }
 
 CreativeStoreStats creativeStoreStats() {

@@ -16,6 +16,7 @@
 #include "tavik/views/qt_bridge.h"
 #include "views/banner_ad_item.h"
 #include "views/creative_store.h"
+#include "views/preload.h"
 
 namespace tavik::quick {
 
@@ -42,14 +43,19 @@ struct ResponseState {
   std::mutex mutex;
   CreativeImageResponse* response = nullptr;
   bool done = false;
+  // The image's want of its creative: given up once the response is finished or gone,
+  // which cancels a download no other view waits for.
+  detail::CreativeHold<detail::Bytes> hold;
 };
 
 class CreativeImageResponse : public QQuickImageResponse {
  public:
   CreativeImageResponse() : state_(std::make_shared<ResponseState>()) { state_->response = this; }
   ~CreativeImageResponse() override {
+    detail::CreativeHold<detail::Bytes> released;
     std::lock_guard lock(state_->mutex);
     state_->response = nullptr;
+    released = std::move(state_->hold);
   }
 
   std::shared_ptr<ResponseState> state() const { return state_; }
@@ -63,7 +69,9 @@ class CreativeImageResponse : public QQuickImageResponse {
 
   // Called under the state's lock or on the response's own thread.
   static void finish(const std::shared_ptr<ResponseState>& state, QImage image, QString error) {
+    detail::CreativeHold<detail::Bytes> released;
     std::lock_guard lock(state->mutex);
+    released = std::move(state->hold);
     if (state->done || !state->response) return;
     state->done = true;
     state->response->image_ = std::move(image);
@@ -79,7 +87,16 @@ class CreativeImageResponse : public QQuickImageResponse {
   QString error_;
 };
 
-QImage decode(const std::string& bytes, const QSize& requestedSize) {
+}  // namespace
+
+namespace detail {
+std::string creativeAddress(const QString& id) {
+  return QByteArray::fromBase64(id.toLatin1(),
+                                QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals)
+      .toStdString();
+}
+
+QImage decodeCreative(const std::string& bytes, const QSize& requestedSize) {
   QByteArray data = QByteArray::fromRawData(bytes.data(), static_cast<qsizetype>(bytes.size()));
   QBuffer buffer(&data);
   buffer.open(QIODevice::ReadOnly);
@@ -90,43 +107,45 @@ QImage decode(const std::string& bytes, const QSize& requestedSize) {
   }
   return reader.read();
 }
-
-}  // namespace
+}  // namespace detail
 
 QQuickImageResponse* CreativeImageProvider::requestImageResponse(const QString& id,
                                                                  const QSize& requestedSize) {
   auto* response = new CreativeImageResponse();
-  const QByteArray address = QByteArray::fromBase64(
-      id.toLatin1(), QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
   auto state = response->state();
-  detail::fetchCreativeBytes(address.toStdString())
-      .whenReady([state, requestedSize](const Future<detail::Bytes>& ready) {
-        detail::Bytes bytes;
-        try {
-          bytes = ready.get();
-        } catch (const std::exception& e) {
-          CreativeImageResponse::finish(state, {}, QString::fromUtf8(e.what()));
-          return;
-        }
-        // Decoding is real work: keep it off the transport thread. Nothing is started
-        // once the response is gone or the application is shutting down (the pool
-        // goes with it).
+  auto hold = detail::holdCreativeBytes(detail::creativeAddress(id));
+  Future<detail::Bytes> bytes = hold.future();
+  {
+    std::lock_guard lock(state->mutex);
+    state->hold = std::move(hold);
+  }
+  bytes.whenReady([state, requestedSize](const Future<detail::Bytes>& ready) {
+    detail::Bytes bytes;
+    try {
+      bytes = ready.get();
+    } catch (const std::exception& e) {
+      CreativeImageResponse::finish(state, {}, QString::fromUtf8(e.what()));
+      return;
+    }
+    // Decoding is real work: keep it off the transport thread. Nothing is started
+    // once the response is gone or the application is shutting down (the pool
+    // goes with it).
+    {
+      std::lock_guard lock(state->mutex);
+      if (state->done || !state->response) return;
+    }
+    detail::whileApplicationAlive([&] {
+      QThreadPool::globalInstance()->start([state, bytes, requestedSize] {
         {
           std::lock_guard lock(state->mutex);
-          if (state->done || !state->response) return;
+          if (state->done || !state->response) return;  // cancelled meanwhile
         }
-        detail::whileApplicationAlive([&] {
-          QThreadPool::globalInstance()->start([state, bytes, requestedSize] {
-            {
-              std::lock_guard lock(state->mutex);
-              if (state->done || !state->response) return;  // cancelled meanwhile
-            }
-            QImage image = decode(*bytes, requestedSize);
-            CreativeImageResponse::finish(
-                state, image, image.isNull() ? QStringLiteral("not an image") : QString());
-          });
-        });
+        QImage image = detail::decodeCreative(*bytes, requestedSize);
+        CreativeImageResponse::finish(state, image,
+                                      image.isNull() ? QStringLiteral("not an image") : QString());
       });
+    });
+  });
   return response;
 }
 
@@ -134,6 +153,10 @@ void installImageProvider(QQmlEngine* engine) {
   applicationExecutor();  // starts watching the application object, from its thread
   if (engine && !engine->imageProvider(QLatin1String(kImageProviderId))) {
     engine->addImageProvider(QLatin1String(kImageProviderId), new CreativeImageProvider());
+  }
+  if (engine && !engine->imageProvider(QLatin1String(detail::kReadyImageProviderId))) {
+    engine->addImageProvider(QLatin1String(detail::kReadyImageProviderId),
+                             new detail::PreloadedImageProvider());
   }
 }
 
@@ -151,7 +174,11 @@ QPointF TavikMedia::labelPosition(qreal frameWidth, qreal frameHeight, qreal wid
 
 QString TavikMedia::imageSource(const QString& address) const {
   if (address.trimmed().isEmpty()) return {};
-  return QStringLiteral("image://tavik/") +
+  // A preloaded picture is served at once, so the view draws it in its first frame.
+  const QString provider = detail::hasPreloadedImage(address.toStdString())
+                               ? QLatin1String(detail::kReadyImageProviderId)
+                               : QLatin1String(kImageProviderId);
+  return QStringLiteral("image://") + provider + QLatin1Char('/') +
          QString::fromLatin1(address.toUtf8().toBase64(QByteArray::Base64UrlEncoding |
                                                        QByteArray::OmitTrailingEquals));
 }

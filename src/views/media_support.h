@@ -5,10 +5,12 @@
 // an engine.
 
 #include <QtQml/qqmlregistration.h>
+#include <QImage>
 #include <QObject>
 #include <QPointF>
 #include <QQuickAsyncImageProvider>
 #include <QString>
+#include <string>
 
 #include "views/view_logic.h"
 
@@ -32,7 +34,15 @@ class CreativeImageProvider : public QQuickAsyncImageProvider {
   QQuickImageResponse* requestImageResponse(const QString& id, const QSize& requestedSize) override;
 };
 
-/// Installs the image provider on `engine` unless it has one already.
+namespace detail {
+/// The creative address in an image provider's id (the address as base64url).
+std::string creativeAddress(const QString& id);
+/// Decodes an image creative, scaled down into `requestedSize` (aspect kept) when that
+/// is valid; null when the bytes are no image.
+QImage decodeCreative(const std::string& bytes, const QSize& requestedSize);
+}  // namespace detail
+
+/// Installs the image providers on `engine` unless it has them already.
 void installImageProvider(QQmlEngine* engine);
 
 /// QML helpers of the module: `TavikMedia.imageSource(address)` gives the source an

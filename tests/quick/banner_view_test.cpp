@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "support/sandbox_fixture.h"
+#include "support/scene.h"
 #include "tavik/ads/ad_models.h"
 #include "tavik/core/log.h"
 #include "tavik/views/views.h"
@@ -23,20 +24,6 @@ namespace {
 BannerAd catalogueAd(const char* unit, int index = 0) {
   return decodeBannerAd(SandboxFixture::shared().adJson(unit, index).toStdString());
 }
-
-// A window with an empty root item, shown, as a host's screen.
-struct Scene {
-  Scene() {
-    view.engine()->addImportPath(QStringLiteral(TAVIK_QML_DIR));
-    view.setSource(
-        QUrl(QStringLiteral("data:text/plain,import QtQuick%0AItem { width: 400; height: 300 }")));
-    view.resize(400, 300);
-    view.show();
-    spinUntil([&] { return view.isExposed(); });
-  }
-  QQuickItem* root() { return view.rootObject(); }
-  QQuickView view;
-};
 
 TEST(BannerViews, AccessorsFollowTheConfiguration) {
   SandboxFixture& fixture = SandboxFixture::shared();
@@ -251,16 +238,19 @@ TEST(BannerViews, CreativesComeThroughTheTransportAndTheCache) {
   SandboxFixture& fixture = SandboxFixture::shared();
   fixture.reset();
   const std::string url = fixture.env().base() + "/media/banner_320x50.png";
-  auto bytes = quick::detail::fetchCreativeBytes(url).get();
+  auto bytes = quick::detail::holdCreativeBytes(url).future().get();
   ASSERT_TRUE(bytes);
   EXPECT_FALSE(QImage::fromData(QByteArray::fromStdString(*bytes)).isNull());
-  auto again = quick::detail::fetchCreativeBytes(url).get();
+  auto again = quick::detail::holdCreativeBytes(url).future().get();
   EXPECT_EQ(again.get(), bytes.get());  // answered from memory
   EXPECT_EQ(fixture.env().server().requests("/media/banner_320x50.png").size(), 1u);
   // http is refused before anything is sent, like every request of the SDK.
-  EXPECT_THROW(quick::detail::fetchCreativeBytes("http://127.0.0.1:1/x.png").get(), TavikError);
+  EXPECT_THROW(quick::detail::holdCreativeBytes("http://127.0.0.1:1/x.png").future().get(),
+               TavikError);
   const std::string path =
-      quick::detail::fetchCreativeFile(fixture.env().base() + "/media/video_320x180.mp4").get();
+      quick::detail::holdCreativeFile(fixture.env().base() + "/media/video_320x180.mp4")
+          .future()
+          .get();
   EXPECT_GT(std::filesystem::file_size(path), 1000u);
 }
 

@@ -10,24 +10,12 @@
 #include <string>
 
 #include "support/sandbox_fixture.h"
+#include "support/scene.h"
 #include "tavik/network/transport.h"
 #include "tavik/views/views.h"
 
 namespace tavik::test {
 namespace {
-
-struct Scene {
-  Scene() {
-    view.engine()->addImportPath(QStringLiteral(TAVIK_QML_DIR));
-    view.setSource(
-        QUrl(QStringLiteral("data:text/plain,import QtQuick%0AItem { width: 700; height: 500 }")));
-    view.resize(700, 500);
-    view.show();
-    spinUntil([&] { return view.isExposed(); });
-  }
-  QQuickItem* root() { return view.rootObject(); }
-  QQuickView view;
-};
 
 std::vector<nlohmann::json> eventsOf(const std::string& path) {
   std::vector<nlohmann::json> found;
@@ -48,7 +36,7 @@ TEST(CarouselViews, AccessorsFollowTheConfiguration) {
 TEST(CarouselViews, CardTapsReachTheHostWithTheCardAndReportTheAdsClick) {
   SandboxFixture& fixture = SandboxFixture::shared();
   fixture.reset();
-  Scene scene;
+  Scene scene(700, 500);
   const CarouselAd ad = decodeCarouselAd(fixture.adJson("au_carousel").toStdString());
   std::vector<std::string> destinations;
   int appeared = 0;
@@ -89,7 +77,7 @@ TEST(CarouselViews, CardTapsReachTheHostWithTheCardAndReportTheAdsClick) {
 TEST(CarouselViews, AMultiAdStripHandsEveryCardItsOwnAd) {
   SandboxFixture& fixture = SandboxFixture::shared();
   fixture.reset();
-  Scene scene;
+  Scene scene(700, 500);
   std::vector<BannerAd> ads;
   for (int i = 0; i < 3; ++i)
     ads.push_back(decodeBannerAd(fixture.adJson("au_home_banner", i % 2).toStdString()));
@@ -118,7 +106,7 @@ TEST(CarouselViews, AMultiAdStripHandsEveryCardItsOwnAd) {
 TEST(CarouselViews, AHundredCardStripPagedEndToEndReportsEachImpressionOnce) {
   SandboxFixture& fixture = SandboxFixture::shared();
   fixture.reset();
-  Scene scene;
+  Scene scene(700, 500);
   std::vector<BannerAd> ads;
   for (int i = 0; i < 100; ++i) {
     BannerAd ad = decodeBannerAd(fixture.adJson("au_multi", i % 2 == 0 ? 0 : 2).toStdString());

@@ -16,6 +16,7 @@
 
 #include "support/sandbox_fixture.h"
 #include "support/scripted_media_player.h"
+#include "tavik/network/transport.h"
 #include "tavik/video/video_player_manager.h"
 #include "video/progress_clock.h"
 
@@ -382,16 +383,19 @@ TEST_F(QtPlayerTest, UnplayableSourcesFailOrStayIdleWithoutCrashing) {
   EXPECT_EQ(settledEventCount(), 0u);
 }
 
-TEST_F(QtPlayerTest, AManagerGoneBeforeItsDownloadEndsIsLeftAlone) {
-  env().server().script("/media/slow.mp4", test::slow(std::chrono::milliseconds(300), "x"));
+TEST_F(QtPlayerTest, AManagerGoneBeforeItsDownloadEndsCancelsItAndIsLeftAlone) {
+  env().server().script("/media/slow.mp4", test::slow(std::chrono::milliseconds(2000), "x"));
+  const auto cancelledBefore = transport::stats().requestsCancelled;
   {
     auto manager = make(env().base() + "/media/slow.mp4");
     manager->player()->play();
+    ASSERT_TRUE(spinUntil([] { return !env().server().requests("/media/slow.mp4").empty(); }));
   }
-  // The download finishes after the player is gone; nothing may touch it.
-  ASSERT_TRUE(spinUntil([] { return !env().server().requests("/media/slow.mp4").empty(); }));
+  // Nobody wants the video any more: its transfer stops, and nothing touches the player.
+  EXPECT_TRUE(
+      spinUntil([&] { return transport::stats().requestsCancelled == cancelledBefore + 1; }));
   spinUntil([] { return false; }, 600);
-  SUCCEED();
+  EXPECT_EQ(env().server().requests("/media/slow.mp4").size(), 1u);
 }
 
 // ---- VideoAdView in an offscreen window, on scripted players

@@ -24,7 +24,9 @@ struct Settings {
   /// Redirects followed at most (https only).
   long maxRedirects = 5;
   /// Parallel connections per host; further requests wait for a free connection, which
-  /// keeps bursts on a few warm TLS connections.
+  /// keeps bursts on a few warm TLS connections. The views' creative downloads wait in a
+  /// queue of their own and use at most half of these (one when there is only one), so
+  /// events and ad fetches always find a free connection however many creatives load.
   long maxConnectionsPerHost = 6;
   /// Requests that may wait per origin (scheme, host and port) for a free place in the
   /// transport, beyond those already in transfer. A request made while this many wait

@@ -9,6 +9,7 @@
 
 #include "tavik/ads/ad_models.h"
 #include "tavik/core/config.h"
+#include "tavik/core/future.h"
 
 class QQuickItem;
 
@@ -47,6 +48,13 @@ class BannerAdViewProtocol {
   /// or belongs to no QML engine. Call on the UI thread; the callbacks run there.
   virtual QQuickItem* showAd(const BannerAd& ad, const BannerAdSettings& adViewSettings,
                              QQuickItem* parent) = 0;
+  /// Loads `ad`'s creative ahead of `showAd` (see `tavik::quick::preloadCreative` in
+  /// tavik/views/creatives.h): the future completes with true once it is ready, false
+  /// when the ad has no image or video creative, or with the download's error. The
+  /// creative stays wanted until a view shows it or `dropPreload`. Any thread.
+  virtual Future<bool> preload(const BannerAd& ad);
+  /// Gives up a preload of `ad` that no view has shown.
+  virtual void dropPreload(const BannerAd& ad);
 };
 
 /// The SDK's banner manager; get one from `tavik::quick::views(sdk).bannerAdView()`.

@@ -10,6 +10,7 @@
 
 #include "tavik/ads/ad_models.h"
 #include "tavik/core/config.h"
+#include "tavik/core/future.h"
 #include "tavik/views/custom_window.h"
 
 namespace tavik {
@@ -45,6 +46,13 @@ class InterstitialAdViewProtocol {
   /// Puts the ad over the key window (image and video templates only; others, or no
   /// key window, show nothing). The manager takes it down itself. UI thread only.
   virtual void showAd(const BannerAd& ad, const InterstitialAdSettings& adViewSettings) = 0;
+  /// Loads `ad`'s creative ahead of `showAd` (see `tavik::quick::preloadCreative` in
+  /// tavik/views/creatives.h): the future completes with true once it is ready, false
+  /// when the ad has no image or video creative, or with the download's error. The
+  /// creative stays wanted until a view shows it or `dropPreload`. Any thread.
+  virtual Future<bool> preload(const BannerAd& ad);
+  /// Gives up a preload of `ad` that no view has shown.
+  virtual void dropPreload(const BannerAd& ad);
 };
 
 /// Get one from `tavik::quick::views(sdk).interstitialAdView()`. Its `customWindow` is
@@ -91,6 +99,13 @@ class PIPAdViewProtocol {
   /// Shows a video ad in a draggable panel over the key window (video templates only;
   /// other ads are dropped silently). UI thread only.
   virtual void showAd(const BannerAd& ad, const PIPAdSettings& adViewSettings) = 0;
+  /// Loads `ad`'s creative ahead of `showAd` (see `tavik::quick::preloadCreative` in
+  /// tavik/views/creatives.h): the future completes with true once it is ready, false
+  /// when the ad has no image or video creative, or with the download's error. The
+  /// creative stays wanted until a view shows it or `dropPreload`. Any thread.
+  virtual Future<bool> preload(const BannerAd& ad);
+  /// Gives up a preload of `ad` that no view has shown.
+  virtual void dropPreload(const BannerAd& ad);
 };
 
 /// Get one from `tavik::quick::views(sdk).pipAdView()`.

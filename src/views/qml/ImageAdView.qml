@@ -19,7 +19,8 @@ Item {
         anchors.fill: parent
         source: TavikMedia.imageSource(root.imageUrl)
         fillMode: Image.PreserveAspectFit
-        asynchronous: true
+        // A preloaded picture (image://tavikready/) is taken at once, for the first frame.
+        asynchronous: !String(source).startsWith("image://tavikready/")
         smooth: true
         mipmap: true
     }

@@ -3,9 +3,11 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QJsonDocument>
+#include <QTemporaryDir>
 #include <QThread>
 
 #include "tavik/core/tavik.h"
+#include "tavik/views/creatives.h"
 
 namespace tavik::test {
 
@@ -17,6 +19,14 @@ SandboxFixture::SandboxFixture() : env_(std::make_unique<SandboxEnv>()) {
       .eventTrackingHost(env_->host())
       .trustedCaBundle(env_->server().certPath())
       .buildGlobalInstance();
+  // Videos are kept on disk in a folder of this process: none kept by an earlier run,
+  // whose sandbox may have had the same port, answers for the sandbox of this one.
+  static QTemporaryDir cache;
+  if (cache.isValid()) {
+    quick::CreativeCacheSettings settings = quick::creativeCacheSettings();
+    settings.folder = cache.path().toStdString();
+    quick::configureCreativeCache(settings);
+  }
 }
 
 namespace {

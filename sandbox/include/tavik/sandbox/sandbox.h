@@ -106,6 +106,13 @@ class Sandbox {
   /// The recorded requests whose path is `path`.
   std::vector<RecordedRequest> requests(std::string_view path) const;
   void clearRequests();
+  /// Slow media: answers under /media/ go out in pieces of `pieceBytes`, each after a
+  /// pause of `pausePerPiece` (0 = at once, the default). Applies to requests arriving
+  /// from now on.
+  void setMediaPace(std::chrono::milliseconds pausePerPiece, std::size_t pieceBytes = 4096);
+  /// Media answers whose client went away (or the sandbox stopped) before their end;
+  /// only slow answers can be seen being cut.
+  std::size_t mediaAnswersCut() const;
   /// Distinct TCP connections among the recorded requests.
   std::size_t connectionCount() const;
   /// Waits until at least `count` requests are recorded; false on time-out.
