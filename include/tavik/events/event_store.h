@@ -43,10 +43,10 @@ struct EventStoreStats {
 
 /// One event as the store keeps it.
 struct StoredEvent {
-  std::int64_t id = 0;         // the order in which the events were made
-  std::int64_t eventTime = 0;  // "event_time" of the original call
-  std::int64_t storedAt = 0;   // when the store took it, milliseconds since the epoch
-  std::string url;             // the exact address every attempt sends
+  std::int64_t id = 0;         ///< the order in which the events were made
+  std::int64_t eventTime = 0;  ///< "event_time" of the original call
+  std::int64_t storedAt = 0;   ///< when the store took it, milliseconds since the epoch
+  std::string url;             ///< the exact address every attempt sends
 };
 
 namespace events {

@@ -44,6 +44,7 @@ struct CreativeCacheSettings {
 };
 /// Applies to downloads started from now on. Shrinking the cap removes files at once.
 void configureCreativeCache(const CreativeCacheSettings& settings);
+/// The video cache's settings in force (the defaults until configureCreativeCache()).
 CreativeCacheSettings creativeCacheSettings();
 
 }  // namespace tavik::quick
