@@ -11,20 +11,16 @@
 
 namespace tavik::quick::detail {
 
-namespace {
-
-QQmlComponent* componentFor(QQmlEngine* engine, const QString& typeName) {
+QQmlComponent* cachedComponent(QQmlEngine* engine, const QString& qml) {
   // Components are children of their engine, so they go with it.
   static QHash<QPair<QQmlEngine*, QString>, QPointer<QQmlComponent>> components;
-  QPointer<QQmlComponent>& slot = components[{engine, typeName}];
+  QPointer<QQmlComponent>& slot = components[{engine, qml}];
   if (!slot) {
     slot = new QQmlComponent(engine, engine);
-    slot->setData(("import Tavik\n" + typeName + " {}\n").toUtf8(), QUrl());
+    slot->setData(qml.toUtf8(), QUrl());
   }
   return slot;
 }
-
-}  // namespace
 
 QQuickItem* createViewItem(const QString& typeName, bool debug, QQuickItem* parent,
                            const std::function<void(QObject*)>& setUp) {
@@ -40,7 +36,7 @@ QQuickItem* createViewItem(const QString& typeName, bool debug, QQmlEngine* engi
     }
     return nullptr;
   }
-  QQmlComponent* component = componentFor(engine, typeName);
+  QQmlComponent* component = cachedComponent(engine, "import Tavik\n" + typeName + " {}\n");
   QQmlContext* context = qmlContext(parent);
   if (context && context->engine() != engine) context = nullptr;
   QObject* object = component->beginCreate(context ? context : engine->rootContext());
