@@ -1,13 +1,8 @@
 #include "video/video_ad_view.h"
 
-#include <QQmlComponent>
-#include <QQmlContext>
-#include <QQmlEngine>
 #include "tavik/core/tavik.h"
 #include "tavik/video/media_player.h"
-
 #include "views/appearance.h"
-#include "views/view_factory.h"
 
 namespace tavik::quick {
 
@@ -78,47 +73,12 @@ void VideoAdViewBase::componentComplete() {
   setOnScreen(appearance_->onScreen());
 }
 
-QQuickItem* VideoAdViewBase::makeOutput() {
-  QQmlEngine* engine = qmlEngine(this);
-  if (!engine) return nullptr;
-  QQmlComponent* component = detail::cachedComponent(
-      engine, QStringLiteral("import QtMultimedia\n"
-                             "VideoOutput { fillMode: VideoOutput.PreserveAspectFit }\n"));
-  QQmlContext* context = qmlContext(this);
-  QObject* object = component->beginCreate(context ? context : engine->rootContext());
-  auto* output = qobject_cast<QQuickItem*>(object);
-  if (!output) {
-    delete object;
-    return nullptr;
-  }
-  QQmlEngine::setObjectOwnership(output, QQmlEngine::CppOwnership);
-  output->setObjectName(QStringLiteral("videoOutput"));
-  output->setParent(this);
-  output->setParentItem(this);
-  output->setSize(size());
-  component->completeCreate();
-  return output;
-}
-
-void VideoAdViewBase::geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) {
-  QQuickItem::geometryChange(newGeometry, oldGeometry);
-  if (ownOutput_) ownOutput_->setSize(newGeometry.size());
-}
-
 void VideoAdViewBase::makeManager() {
   // Without an SDK configuration the video still plays; its events have nowhere to go
   // and are dropped by the registrar.
   manager_ = new VideoPlayerManager(config_.config().value_or(Config{}), cliUbid_.toStdString(),
                                     uclid_.toStdString(), url_.toStdString(),
                                     progressTrackInterval_, nullptr, this);
-  // The frames' item comes with the player: building Qt's video output (its GStreamer
-  // sink) takes tens of milliseconds, and a view never seen needs none. An output the
-  // declaration gave is used instead.
-  if (!videoOutput_) {
-    ownOutput_ = makeOutput();
-    videoOutput_ = ownOutput_;
-    if (ownOutput_) Q_EMIT videoOutputChanged();
-  }
   if (videoOutput_) manager_->player()->setVideoOutput(videoOutput_);
   connect(manager_->player(), &MediaPlayer::playingChanged, this, &VideoAdViewBase::playingChanged);
   Q_EMIT videoManagerChanged();

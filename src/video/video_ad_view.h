@@ -57,9 +57,7 @@ class VideoAdViewBase : public QQuickItem {
 
   /// Null until the view has first been on screen.
   VideoPlayerManager* videoManager() const { return manager_; }
-  /// The item frames are drawn into: the QML `VideoOutput` the declaration gave, or else
-  /// one the view makes with its player (filling the view, the picture fitted without
-  /// distortion). Null before.
+  /// The item frames are drawn into (the QML `VideoOutput`).
   QObject* videoOutput() const { return videoOutput_; }
   void setVideoOutput(QObject* output);
   /// True while the view is on screen and its video plays.
@@ -80,14 +78,12 @@ class VideoAdViewBase : public QQuickItem {
 
  protected:
   void componentComplete() override;
-  void geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) override;
 
  private:
   void setOnScreen(bool onScreen);
   void appear();
   void disappear(bool notify = true);
   void makeManager();
-  QQuickItem* makeOutput();
   // Stops the player, destroys the frames' output and gives the player up with the
   // manager.
   void releasePlayer();
@@ -99,7 +95,6 @@ class VideoAdViewBase : public QQuickItem {
   int progressTrackInterval_ = kDefaultProgressTrackInterval;
   VideoPlayerManager* manager_ = nullptr;  // a child of the view
   QPointer<QObject> videoOutput_;
-  QPointer<QQuickItem> ownOutput_;  // made by the view with its player
   AdAppearance* appearance_ = nullptr;
   bool active_ = false;
 };

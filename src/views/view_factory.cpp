@@ -11,16 +11,20 @@
 
 namespace tavik::quick::detail {
 
-QQmlComponent* cachedComponent(QQmlEngine* engine, const QString& qml) {
+namespace {
+
+QQmlComponent* componentFor(QQmlEngine* engine, const QString& typeName) {
   // Components are children of their engine, so they go with it.
   static QHash<QPair<QQmlEngine*, QString>, QPointer<QQmlComponent>> components;
-  QPointer<QQmlComponent>& slot = components[{engine, qml}];
+  QPointer<QQmlComponent>& slot = components[{engine, typeName}];
   if (!slot) {
     slot = new QQmlComponent(engine, engine);
-    slot->setData(qml.toUtf8(), QUrl());
+    slot->setData(("import Tavik\n" + typeName + " {}\n").toUtf8(), QUrl());
   }
   return slot;
 }
+
+}  // namespace
 
 QQuickItem* createViewItem(const QString& typeName, bool debug, QQuickItem* parent,
                            const std::function<void(QObject*)>& setUp) {
@@ -36,7 +40,7 @@ QQuickItem* createViewItem(const QString& typeName, bool debug, QQmlEngine* engi
     }
     return nullptr;
   }
-  QQmlComponent* component = cachedComponent(engine, "import Tavik\n" + typeName + " {}\n");
+  QQmlComponent* component = componentFor(engine, typeName);
   QQmlContext* context = qmlContext(parent);
   if (context && context->engine() != engine) context = nullptr;
   QObject* object = component->beginCreate(context ? context : engine->rootContext());

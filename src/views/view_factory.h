@@ -4,7 +4,6 @@
 #include <functional>
 
 class QObject;
-class QQmlComponent;
 class QQmlEngine;
 class QQuickItem;
 
@@ -21,8 +20,5 @@ QQuickItem* createViewItem(const QString& typeName, bool debug, QQuickItem* pare
 /// The same with the engine given: for parents made in C++ (the overlay's host).
 QQuickItem* createViewItem(const QString& typeName, bool debug, QQmlEngine* engine,
                            QQuickItem* parent, const std::function<void(QObject*)>& setUp);
-
-/// The component of the QML text `qml`, compiled once per engine and kept with it.
-QQmlComponent* cachedComponent(QQmlEngine* engine, const QString& qml);
 
 }  // namespace tavik::quick::detail

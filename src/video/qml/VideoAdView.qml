@@ -1,7 +1,20 @@
+import QtQuick
+import QtMultimedia
 import Tavik
 
-// One video ad. The C++ base owns the player and decides when it plays; it also makes the
-// frames' VideoOutput (the picture centred, fitted without distortion) together with the
-// player, the first time the view is on screen: a view never seen builds neither.
+// One video ad. The C++ base owns the player and decides when it plays; this file only
+// gives it somewhere to draw: the frames centred, fitted without distortion.
 VideoAdViewBase {
+    id: root
+
+    videoOutput: output
+
+    VideoOutput {
+        id: output
+        objectName: "videoOutput"
+        anchors.centerIn: parent
+        width: parent.width
+        height: parent.height
+        fillMode: VideoOutput.PreserveAspectFit
+    }
 }
