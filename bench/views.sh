@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
 # Builds the view benchmarks in Release (build-bench/) and runs them: the Qt Quick views
 # against plain Qt Quick items with the same pictures, in one process and one window,
-# under Xvfb with Mesa when there is no display. Prints each figure with its target.
+# under Xvfb with Mesa when there is no display. Prints each figure with its target and
+# the GStreamer warnings (criticals, warnings) counted while it ran.
 #
-#   bench/views.sh [--cycles N] [--flick-seconds S]
+#   bench/views.sh [--cycles N] [--long-cycles N] [--flick-seconds S]
+#     --cycles         create/destroy cycles per view type for the memory figures (1000)
+#     --long-cycles    the longer run of the video banner and the picture in picture (5000; 0 skips it)
+#     --flick-seconds  seconds of each flicking figure (5)
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 BUILD="$ROOT/build-bench"

@@ -1,8 +1,10 @@
 #include "video/qt_media_player.h"
 
+#include <QCoreApplication>
 #include <QMetaObject>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "tavik/views/qt_bridge.h"
 #include "views/creative_store.h"
@@ -31,6 +33,66 @@ bool isEmptyInlineResource(const QUrl& url) {
 
 }  // namespace
 
+namespace {
+
+// The idle players; destroyed with the application, before Qt Multimedia goes.
+struct Pool {
+  std::vector<QtMediaPlayer*> idle;
+  int created = 0;
+  bool cleanupRegistered = false;
+};
+
+Pool& pool() {
+  static Pool instance;
+  return instance;
+}
+
+void destroyIdlePlayers() {
+  std::vector<QtMediaPlayer*> idle;
+  idle.swap(pool().idle);
+  for (QtMediaPlayer* player : idle) delete player;
+}
+
+}  // namespace
+
+std::unique_ptr<QtMediaPlayer> QtMediaPlayer::take() {
+  Pool& p = pool();
+  if (!p.idle.empty()) {
+    QtMediaPlayer* player = p.idle.back();
+    p.idle.pop_back();
+    return std::unique_ptr<QtMediaPlayer>(player);
+  }
+  ++p.created;
+  return std::make_unique<QtMediaPlayer>();
+}
+
+void QtMediaPlayer::giveBack(QtMediaPlayer* player) {
+  if (!player) return;
+  Pool& p = pool();
+  player->setParent(nullptr);
+  // Whoever listened to this player is done with it.
+  QObject::disconnect(player, nullptr, nullptr, nullptr);
+  player->bringDown();
+  player->audio_.setMuted(true);
+  if (!QCoreApplication::instance() || int(p.idle.size()) >= kPoolSize) {
+    delete player;
+    return;
+  }
+  if (!p.cleanupRegistered) {
+    p.cleanupRegistered = true;
+    qAddPostRoutine(destroyIdlePlayers);
+  }
+  p.idle.push_back(player);
+}
+
+int QtMediaPlayer::idleCount() {
+  return int(pool().idle.size());
+}
+
+int QtMediaPlayer::createdCount() {
+  return pool().created;
+}
+
 QtMediaPlayer::QtMediaPlayer(QObject* parent) : MediaPlayer(parent) {
   player_.setAudioOutput(&audio_);
   connect(&player_, &QMediaPlayer::mediaStatusChanged, this, &QtMediaPlayer::onMediaStatus);
@@ -46,10 +108,25 @@ QtMediaPlayer::~QtMediaPlayer() {
   // Whatever the pipeline still reports on its way down is of no interest any more.
   QObject::disconnect(&player_, nullptr, this, nullptr);
   QObject::disconnect(&audio_, nullptr, this, nullptr);
-  // Down to the null state, then the sink: in the other order GStreamer disposes a sink
-  // that is still in its ready state.
+  bringDown();
+}
+
+void QtMediaPlayer::bringDown() {
+  // A download still under way, or a queued reload, finds a newer generation and stops.
+  ++generation_;
+  source_.clear();
+  local_.clear();
+  mediaLoaded_ = false;
+  wantsToPlay_ = false;
+  reloaded_ = false;
+  reloading_ = false;
+  error_.clear();
   player_.stop();
   player_.setSource(QUrl());
+  player_.setVideoOutput(nullptr);
+  // Nobody listens any more: the state is reset without a word.
+  status_ = Status::unknown;
+  playing_ = false;
 }
 
 void QtMediaPlayer::setSource(const QUrl& url) {

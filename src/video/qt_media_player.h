@@ -5,6 +5,7 @@
 #include <QString>
 #include <QUrl>
 #include <cstdint>
+#include <memory>
 
 #include "tavik/video/media_player.h"
 #include "views/creative_store.h"
@@ -18,12 +19,30 @@ namespace tavik::quick {
 /// inline data address plays directly; the empty inline resource "data:," plays nothing
 /// and stays `unknown`; any other address, a failed download and undecodable media give
 /// `failed`.
+///
+/// Players are reused: `take()` hands out an idle one (or a new one) and `giveBack()`
+/// brings a player down to GStreamer's null state, empty and drawing nowhere, and keeps a
+/// few of them for the next view. A GStreamer pipeline is costly to build, and each one
+/// torn down is a chance for its elements to be disposed in the wrong state.
 class QtMediaPlayer final : public MediaPlayer {
   Q_OBJECT
 
  public:
+  /// Idle players kept for reuse; any more than this are destroyed when given back.
+  static constexpr int kPoolSize = 4;
+
   explicit QtMediaPlayer(QObject* parent = nullptr);
   ~QtMediaPlayer() override;
+
+  /// An idle player from the pool, or a new one. Application thread only.
+  static std::unique_ptr<QtMediaPlayer> take();
+  /// Stops `player`, forgets its source, its output and everyone listening to it, then
+  /// keeps it for `take()` (or destroys it when the pool is full). Takes ownership.
+  static void giveBack(QtMediaPlayer* player);
+  /// The number of idle players kept now.
+  static int idleCount();
+  /// Players made since the process started (reused ones are not counted again).
+  static int createdCount();
 
   void setSource(const QUrl& url) override;
   QUrl source() const override { return source_; }
@@ -40,6 +59,10 @@ class QtMediaPlayer final : public MediaPlayer {
   void setVideoOutput(QObject* output) override;
 
  private:
+  // Down to the null state with no source, then no output: a sink let go while the
+  // pipeline is still paused or ready is not disposed, and GStreamer says so. Emits
+  // nothing: called once nobody listens.
+  void bringDown();
   void load(const QUrl& local);
   void onMediaStatus(QMediaPlayer::MediaStatus status);
   void onPlayerError(const QString& text);

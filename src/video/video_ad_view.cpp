@@ -23,15 +23,7 @@ VideoAdViewBase::~VideoAdViewBase() {
   delete appearance_;
   appearance_ = nullptr;
   disappear(/*notify=*/false);
-  if (manager_) {
-    // The manager (and its player) goes before the frames' item does. The pipeline is
-    // taken down to its null state (no source) before its video sink is detached: a sink
-    // let go while the pipeline is only paused is left undisposed, and GStreamer says so.
-    manager_->player()->setSource(QUrl());
-    delete videoOutput_.data();
-    delete manager_;
-    manager_ = nullptr;
-  }
+  releasePlayer();
 }
 
 void VideoAdViewBase::setConfig(const QmlConfig& config) {
@@ -73,6 +65,15 @@ void VideoAdViewBase::setVideoOutput(QObject* output) {
 
 void VideoAdViewBase::componentComplete() {
   QQuickItem::componentComplete();
+  appearance_ = new AdAppearance(this);
+  appearance_->setVideo(true);
+  appearance_->setReady();
+  connect(appearance_, &AdAppearance::appeared, this, &VideoAdViewBase::appear);
+  connect(appearance_, &AdAppearance::disappeared, this, [this] { disappear(); });
+  setOnScreen(appearance_->onScreen());
+}
+
+void VideoAdViewBase::makeManager() {
   // Without an SDK configuration the video still plays; its events have nowhere to go
   // and are dropped by the registrar.
   manager_ = new VideoPlayerManager(config_.config().value_or(Config{}), cliUbid_.toStdString(),
@@ -81,13 +82,23 @@ void VideoAdViewBase::componentComplete() {
   if (videoOutput_) manager_->player()->setVideoOutput(videoOutput_);
   connect(manager_->player(), &MediaPlayer::playingChanged, this, &VideoAdViewBase::playingChanged);
   Q_EMIT videoManagerChanged();
+}
 
-  appearance_ = new AdAppearance(this);
-  appearance_->setVideo(true);
-  appearance_->setReady();
-  connect(appearance_, &AdAppearance::appeared, this, &VideoAdViewBase::appear);
-  connect(appearance_, &AdAppearance::disappeared, this, [this] { disappear(); });
-  setOnScreen(appearance_->onScreen());
+void VideoAdViewBase::releasePlayer() {
+  if (!manager_) return;
+  // In this order: the pipeline down to its null state (no source); then the frames'
+  // output, which detaches its sink from the pipeline as it goes, after any last change of
+  // its renderer, so the sink ends in the null state too; then the manager, which gives
+  // its player back. A sink detached first and changed afterwards (the output leaving its
+  // window swaps its renderer) is left in its ready state, and GStreamer complains when it
+  // is disposed there.
+  MediaPlayer* player = manager_->player();
+  QObject::disconnect(player, nullptr, this, nullptr);
+  player->pause();
+  player->setSource(QUrl());
+  delete videoOutput_.data();
+  delete manager_;
+  manager_ = nullptr;
 }
 
 bool VideoAdViewBase::playing() const {
@@ -103,7 +114,10 @@ void VideoAdViewBase::setOnScreen(bool onScreen) {
 }
 
 void VideoAdViewBase::appear() {
-  if (active_ || !manager_) return;
+  if (active_) return;
+  // The player is made the first time the view is on screen: a view made off screen
+  // (a card in a list's cache buffer) builds no media pipeline until it is seen.
+  if (!manager_) makeManager();
   active_ = true;
   manager_->startProgressTracking();
   manager_->observePlaybackEnd();

@@ -14,13 +14,15 @@ namespace tavik::quick {
 class AdAppearance;
 
 /// The logic of `VideoAdView` (VideoAdView.qml draws it): one video ad, played through
-/// a `VideoPlayerManager` that the view makes once its declaration is complete, from the
+/// a `VideoPlayerManager` that the view makes the first time it is on screen, from the
 /// `config`, `cliUbid`, `uclid`, `url` and `progressTrackInterval` set by then (later
-/// changes do not remake it).
+/// changes do not remake it). A view never seen makes no player at all.
 ///
 /// Each time the view comes on screen it starts progress tracking and looping and plays;
 /// each time it leaves the screen (hidden, scrolled away, its window hidden, or
 /// destroyed) it pauses and cleans the manager up. The video starts muted and loops.
+/// Destroyed, the view brings its player down (no source) before the frames' output item
+/// goes, and the output before the player; the player returns to a small pool.
 class VideoAdViewBase : public QQuickItem {
   Q_OBJECT
   QML_ELEMENT
@@ -53,7 +55,7 @@ class VideoAdViewBase : public QQuickItem {
   int progressTrackInterval() const { return progressTrackInterval_; }
   void setProgressTrackInterval(int seconds);
 
-  /// Null until the declaration is complete.
+  /// Null until the view has first been on screen.
   VideoPlayerManager* videoManager() const { return manager_; }
   /// The item frames are drawn into (the QML `VideoOutput`).
   QObject* videoOutput() const { return videoOutput_; }
@@ -81,6 +83,10 @@ class VideoAdViewBase : public QQuickItem {
   void setOnScreen(bool onScreen);
   void appear();
   void disappear(bool notify = true);
+  void makeManager();
+  // Stops the player, destroys the frames' output and gives the player up with the
+  // manager.
+  void releasePlayer();
 
   QmlConfig config_;
   QString cliUbid_;

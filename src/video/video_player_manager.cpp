@@ -1,5 +1,6 @@
 #include "tavik/video/video_player_manager.h"
 
+#include <QCoreApplication>
 #include <cmath>
 #include <utility>
 
@@ -21,7 +22,7 @@ std::unique_ptr<MediaPlayer> makePlayer() {
   if (const auto& factory = playerFactory()) {
     if (auto player = factory()) return player;
   }
-  return std::make_unique<quick::QtMediaPlayer>();
+  return quick::QtMediaPlayer::take();
 }
 
 // The video's address, or the empty inline resource when the text is no address at all.
@@ -68,6 +69,12 @@ VideoPlayerManager::VideoPlayerManager(Config config, std::string cliUbid, std::
 
 VideoPlayerManager::~VideoPlayerManager() {
   cleanup();
+  // A Qt Multimedia player goes back to the pool, brought down to its null state and
+  // detached from its output; any other player goes with the manager.
+  if (auto* qtPlayer = qobject_cast<quick::QtMediaPlayer*>(player_)) {
+    player_ = nullptr;
+    quick::QtMediaPlayer::giveBack(qtPlayer);
+  }
 }
 
 void VideoPlayerManager::setMediaPlayerFactory(MediaPlayerFactory factory) {
@@ -78,11 +85,18 @@ void VideoPlayerManager::toggleMute() {
   isMuted_ = !isMuted_;
   if (player_) player_->setMuted(isMuted_);
   Q_EMIT isMutedChanged();
+  // The event is built and handed to the transport after the tap has returned, with the
+  // values of the tap; it is sent even if the view goes in between.
   const TavikVideoActionType action =
       isMuted_ ? TavikVideoActionType::mute : TavikVideoActionType::unmute;
-  quick::detail::withRegistrar(config_, [&](RegisterEventProtocol& registrar) {
-    registrar.registerVideoActionEvent(cliUbid_, uclid_, videoPlayTime_, action);
-  });
+  QMetaObject::invokeMethod(
+      QCoreApplication::instance(),
+      [config = config_, cliUbid = cliUbid_, uclid = uclid_, at = videoPlayTime_, action] {
+        quick::detail::withRegistrar(config, [&](RegisterEventProtocol& registrar) {
+          registrar.registerVideoActionEvent(cliUbid, uclid, at, action);
+        });
+      },
+      Qt::QueuedConnection);
 }
 
 void VideoPlayerManager::startProgressTracking() {

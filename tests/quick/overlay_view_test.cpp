@@ -491,7 +491,10 @@ TEST_F(PictureInPicture, ViewableAfterTwoSecondsOfPlaybackThePauseStopsTheClock)
   settings.adViewable = [&](const BannerAd&) { ++viewable; };
   manager->showAd(adWith("au_video_banner", {}, {}), settings);
   ASSERT_TRUE(overlay->host());
-  QObject* view = overlay->host()->findChild<QObject*>(QStringLiteral("video"))->parent();
+  QObject* video = overlay->host()->findChild<QObject*>(QStringLiteral("video"));
+  QObject* view = video->parent();
+  // The player is made once the video is on screen.
+  ASSERT_TRUE(spinUntil([&] { return video->property("videoManager").value<QObject*>(); }));
   ScriptedMediaPlayer* player = ScriptedMediaPlayer::last();
   ASSERT_TRUE(player);
   ASSERT_TRUE(spinUntil([&] { return view->property("videoPlaying").toBool(); }));

@@ -19,6 +19,7 @@
 #include "tavik/network/transport.h"
 #include "tavik/video/video_player_manager.h"
 #include "video/progress_clock.h"
+#include "video/qt_media_player.h"
 
 using namespace tavik;
 using tavik::test::ScriptedMediaPlayer;
@@ -349,6 +350,42 @@ TEST_F(QtPlayerTest, PlaysAnHttpsVideoDownloadedByTheTransport) {
   EXPECT_FALSE(manager->player()->isPlaying());
 }
 
+// A manager that goes gives its Qt player back: the next manager gets the same player,
+// stopped, muted, without the old source or listeners, and it plays the new video.
+TEST_F(QtPlayerTest, TheNextManagerReusesAPlayerThatComesBackEmptyMutedAndUnheard) {
+  const std::string url = env().base() + "/media/video_320x180.mp4";
+  MediaPlayer* first = nullptr;
+  int firstStatusChanges = 0;
+  {
+    auto manager = make(url);
+    first = manager->player();
+    QObject::connect(first, &MediaPlayer::statusChanged, [&] { ++firstStatusChanges; });
+    ASSERT_TRUE(spinUntil([&] {
+      return manager->playerStatus() == VideoPlayerManager::ReadyToPlay;
+    })) << manager->playerError().toStdString();
+    manager->toggleMute();  // the sound on
+    manager->player()->play();
+    ASSERT_TRUE(spinUntil([&] { return manager->player()->isPlaying(); }));
+  }
+  EXPECT_GE(quick::QtMediaPlayer::idleCount(), 1);
+  EXPECT_TRUE(first->source().isEmpty());
+  EXPECT_FALSE(first->isPlaying());
+  const int changesWhenGone = firstStatusChanges;
+  const int made = quick::QtMediaPlayer::createdCount();
+
+  auto next = make(url);
+  EXPECT_EQ(next->player(), first);
+  EXPECT_EQ(quick::QtMediaPlayer::createdCount(), made);
+  EXPECT_TRUE(next->player()->isMuted());
+  EXPECT_FALSE(next->player()->isPlaying());
+  ASSERT_TRUE(spinUntil([&] { return next->playerStatus() == VideoPlayerManager::ReadyToPlay; }))
+      << next->playerError().toStdString();
+  next->player()->play();
+  ASSERT_TRUE(spinUntil([&] { return next->player()->position() > 0.5; }));
+  // The first manager's listener heard nothing of the second video.
+  EXPECT_EQ(firstStatusChanges, changesWhenGone);
+}
+
 TEST_F(QtPlayerTest, UnplayableSourcesFailOrStayIdleWithoutCrashing) {
   auto missing = make(env().base() + "/media/no_such_video.mp4");
   auto plainHttp = make("http://127.0.0.1:9/video.mp4");
@@ -446,8 +483,11 @@ TEST_F(VideoAdViewTest, PlaysWhileOnScreenAndReportsEveryThreeSecondsByDefault) 
   ASSERT_TRUE(root);
   auto* video = root->findChild<QQuickItem*>("video");
   ASSERT_TRUE(video);
-  auto* manager = video->property("videoManager").value<VideoPlayerManager*>();
-  ASSERT_TRUE(manager);
+  // The player is made once the view is first on screen.
+  VideoPlayerManager* manager = nullptr;
+  ASSERT_TRUE(spinUntil([&] {
+    return (manager = video->property("videoManager").value<VideoPlayerManager*>()) != nullptr;
+  }));
   ScriptedMediaPlayer* player = ScriptedMediaPlayer::last();
   ASSERT_EQ(manager->player(), player);
   EXPECT_EQ(manager->progressTrackInterval(), 3);
@@ -485,7 +525,7 @@ TEST_F(VideoAdViewTest, PlaysWhileOnScreenAndReportsEveryThreeSecondsByDefault) 
   EXPECT_TRUE(watched.isNull());
 }
 
-TEST_F(VideoAdViewTest, AViewMadeOffScreenWaitsUntilItIsShown) {
+TEST_F(VideoAdViewTest, AViewMadeOffScreenMakesNoPlayerUntilItIsShown) {
   QQuickItem* root = load(QStringLiteral(R"(
       import QtQuick
       import Tavik
@@ -503,14 +543,71 @@ TEST_F(VideoAdViewTest, AViewMadeOffScreenWaitsUntilItIsShown) {
   ASSERT_TRUE(root);
   auto* video = root->findChild<QQuickItem*>("video");
   ASSERT_TRUE(video);
-  ScriptedMediaPlayer* player = ScriptedMediaPlayer::last();
   spinUntil([] { return false; }, 300);
   EXPECT_FALSE(video->property("active").toBool());
-  EXPECT_EQ(player->playCalls, 0);
+  EXPECT_EQ(video->property("videoManager").value<VideoPlayerManager*>(), nullptr);
 
   video->setX(10);
   ASSERT_TRUE(spinUntil([&] { return video->property("active").toBool(); }));
-  EXPECT_TRUE(player->isPlaying());
-  EXPECT_EQ(video->property("videoManager").value<VideoPlayerManager*>()->progressTrackInterval(),
-            1);
+  auto* manager = video->property("videoManager").value<VideoPlayerManager*>();
+  ASSERT_TRUE(manager);
+  EXPECT_EQ(manager->player(), ScriptedMediaPlayer::last());
+  EXPECT_TRUE(manager->player()->isPlaying());
+  EXPECT_EQ(manager->progressTrackInterval(), 1);
+  EXPECT_EQ(manager->url(), QUrl("https://cdn.test/late.mp4"));
+
+  // Scrolled away again: the player stays (paused) for when the view comes back.
+  video->setX(400);
+  ASSERT_TRUE(spinUntil([&] { return !video->property("active").toBool(); }));
+  EXPECT_EQ(video->property("videoManager").value<VideoPlayerManager*>(), manager);
+  EXPECT_FALSE(manager->player()->isPlaying());
+}
+
+// A list keeps delegates built beyond its edge (its cache buffer): only the cards on
+// screen have players.
+TEST_F(VideoAdViewTest, CardsInAListsCacheBufferHaveNoPlayers) {
+  QQuickItem* root = load(QStringLiteral(R"(
+      import QtQuick
+      import Tavik
+      ListView {
+        width: 320; height: 240
+        orientation: ListView.Horizontal
+        cacheBuffer: 2000
+        model: 12
+        delegate: VideoAdView {
+          width: 150; height: 100
+          uclid: "uc-card-" + index
+          url: "https://cdn.test/card.mp4"
+        }
+      })"));
+  ASSERT_TRUE(root);
+  // The visual tree: a list's delegates are not QObject children of the list.
+  auto videos = [&] {
+    QList<QQuickItem*> found;
+    QList<QQuickItem*> pending{root};
+    while (!pending.isEmpty()) {
+      QQuickItem* item = pending.takeLast();
+      if (item->inherits("tavik::quick::VideoAdViewBase")) found.append(item);
+      pending.append(item->childItems());
+    }
+    return found;
+  };
+  auto withPlayers = [&] {
+    int n = 0;
+    for (QQuickItem* item : videos()) {
+      if (item->property("videoManager").value<VideoPlayerManager*>()) ++n;
+    }
+    return n;
+  };
+  // Three cards show (0-150, 150-300, 300-320); the others are built in the buffer.
+  ASSERT_TRUE(spinUntil([&] { return withPlayers() == 3; }));
+  spinUntil([] { return false; }, 200);
+  EXPECT_GE(videos().size(), 12);
+  EXPECT_EQ(withPlayers(), 3);
+
+  // Scrolled on by four cards: those now on screen make theirs.
+  root->setProperty("contentX", 600);
+  ASSERT_TRUE(spinUntil([&] { return withPlayers() >= 6; }));
+  spinUntil([] { return false; }, 200);
+  EXPECT_EQ(withPlayers(), 6);  // the three seen before keep theirs, paused
 }

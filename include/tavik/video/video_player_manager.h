@@ -31,10 +31,12 @@ class ProgressClock;
 /// - `observePlaybackEnd()` makes the video loop: at its end it goes back to zero and
 ///   plays on.
 /// - `toggleMute()` flips the sound and reports "mute" or "unmute" with `videoPlayTime`
-///   (the position at the last progress tick, not the exact position now).
+///   (the position at the last progress tick, not the exact position now). The event is
+///   built and sent just after the call returns, so a tap stays short.
 /// - `cleanup()` pauses, removes both observers, stops following the player's status and
 ///   sets `videoPlayTime` to 0. The player stays: tracking can start again. Destroying the
-///   manager cleans up first.
+///   manager cleans up first; a Qt Multimedia player is then stopped, emptied, detached
+///   from its output and kept for the next manager (a small pool) rather than destroyed.
 ///
 /// Lives on the application thread; events are sent without waiting for them, each
 /// with its own registrar, and no failure of theirs is reported.

@@ -22,4 +22,15 @@ Rectangle {
         accessibleName: root.videoManager && !root.videoManager.isMuted ? qsTr("Mute") : qsTr("Unmute")
         onClicked: if (root.videoManager) root.videoManager.toggleMute()
     }
+
+    // The other state's symbol, decoded off the UI thread and held in the pixmap cache,
+    // so that a tap swaps the picture without reading and rasterising an SVG file in the
+    // tap (the same address and size as the button's own picture).
+    Image {
+        visible: false
+        asynchronous: true
+        sourceSize.width: 40
+        sourceSize.height: 40
+        source: "icons/" + TavikMedia.muteSymbol(root.videoManager ? !root.videoManager.isMuted : false) + ".svg"
+    }
 }
