@@ -114,6 +114,9 @@ QtMediaPlayer::~QtMediaPlayer() {
 void QtMediaPlayer::bringDown() {
   // A download still under way, or a queued reload, finds a newer generation and stops.
   ++generation_;
+  // A player going back to the pool no longer wants its creative: the download is
+  // cancelled unless another view still holds it.
+  download_.reset();
   source_.clear();
   local_.clear();
   mediaLoaded_ = false;
