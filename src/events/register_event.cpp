@@ -38,6 +38,27 @@ void writeProductKeys(TrackingParams& params, const std::string& skuId,
   params.productQuantities(1);
 }
 
+// The public result of an event, made in one step from the HTTP answer: the response
+// dictionary, or nothing once the error went to `onError`. Events are never cancelled, so
+// no cancel link is made; one continuation and one shared state per event is all it costs.
+RegisterEvent::Result settleEvent(const Future<detail::HttpResponse>& attempt,
+                                  const ErrorHandler& onError) {
+  auto promise = std::make_shared<Promise<std::optional<nlohmann::json>>>();
+  RegisterEvent::Result result = promise->get_future();
+  std::shared_ptr<detail::ErrorGate> gate;
+  if (onError) gate = std::make_shared<detail::ErrorGate>(onError);
+  attempt.whenReady([promise, gate](const Future<detail::HttpResponse>& answer) {
+    try {
+      promise->set_value(detail::responseDictionary(answer.get()));
+      return;
+    } catch (...) {
+      if (gate) gate->report(std::current_exception());
+    }
+    promise->set_value(std::nullopt);
+  });
+  return result;
+}
+
 }  // namespace
 
 // The first attempt goes out at once, exactly as without the store, and its future and
@@ -45,14 +66,14 @@ void writeProductKeys(TrackingParams& params, const std::string& skuId,
 RegisterEvent::Result RegisterEvent::sendKept(detail::EventStore& store, const Url& apiUrl,
                                               std::int64_t eventTime, const ErrorHandler& onError) {
   std::string sentUrl;
-  auto attempt = detail::exchangeGet(webService, apiUrl, &sentUrl);
+  auto attempt = detail::exchangeGet(webService, apiUrl, &sentUrl, false);
   const auto id = store.add(std::move(sentUrl), eventTime);
   if (id != 0) {
     attempt.whenReady([store = store.shared_from_this(), id](const auto& answer) {
       store->answered(id, detail::outcomeOf(answer));
     });
   }
-  return detail::settle(attempt.then(detail::responseDictionary), onError, detail::Cancellable::no);
+  return settleEvent(attempt, onError);
 }
 
 RegisterEvent::Result RegisterEvent::send(TavikEventPath path, Parameters parameters,
@@ -83,8 +104,7 @@ RegisterEvent::Result RegisterEvent::send(TavikEventPath path, Parameters parame
       }
     }
     // Events are never cancelled: cancelling their future changes nothing.
-    return detail::settle(webService.request(*apiUrl.apiUrl, HTTPMethod::get, std::nullopt, {}),
-                          onError, detail::Cancellable::no);
+    return settleEvent(detail::exchangeGet(webService, *apiUrl.apiUrl, nullptr, false), onError);
   } catch (...) {
     detail::reportError(std::current_exception(), onError);
     return Result::ready(std::nullopt);

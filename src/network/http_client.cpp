@@ -61,11 +61,18 @@ std::string systemCaBundle() {
 
 // Immutable snapshot of the settings a transfer runs with.
 struct EffectiveSettings {
+  // Tells settings apart for the handle pool (an address could be reused once freed).
+  std::uint64_t id = nextId();
   transport::Settings settings;
   // A file holding the system store plus the extra bundles; empty = libcurl's default
   // store. A file rather than an in-memory blob lets libcurl cache the parsed store
   // instead of parsing ~150 certificates for every new connection.
   std::string caFile;
+
+  static std::uint64_t nextId() {
+    static std::atomic<std::uint64_t> last{0};
+    return ++last;
+  }
 };
 
 using Clock = std::chrono::steady_clock;
@@ -94,6 +101,7 @@ struct Transfer {
   bool hasDeadline = false;
   std::string body;
   bool tooLarge = false;
+  bool plain = false;  // a GET with no headers or body: its handle needs no reset after it
   std::size_t maxBodyBytes = 0;  // the limit in force for this transfer
   curl_slist* headerList = nullptr;
   char errorBuffer[CURL_ERROR_SIZE] = {0};
@@ -255,7 +263,9 @@ class HttpClient {
     }
     // From here on the transfer belongs to the I/O thread.
     if (!accepted) return refuse(transfer, refusedAt);
-    future.onCancel([this, weak = std::weak_ptr<Transfer>(transfer)] { requestCancel(weak); });
+    if (transfer->request.cancellable) {
+      future.onCancel([this, weak = std::weak_ptr<Transfer>(transfer)] { requestCancel(weak); });
+    }
     if (wake) curl_multi_wakeup(multi_);
     return future;
   }
@@ -483,42 +493,28 @@ class HttpClient {
                       " ms, all of it spent waiting for a free connection");
       return false;
     }
-    CURL* easy = acquireEasy();
+    const auto& r = t->request;
+    // A plain GET (no headers, no body, no other method) leaves nothing on its handle
+    // that the next request must not inherit, so its handle keeps the options that are
+    // the same for every request and the next one sets only its own.
+    t->plain = r.method == "GET" && !r.hasBody && r.headers.empty();
+    CURL* easy = acquireEasy(*t->settings);
     if (!easy) {
       failWaiting(transfer, TransportError::Kind::other, "cannot create a request");
       return false;
     }
     t->easy = easy;
     const auto& s = t->settings->settings;
-    const auto& r = t->request;
     t->maxBodyBytes = r.maxBodyBytes ? r.maxBodyBytes : s.maxBodyBytes;
     curl_easy_setopt(easy, CURLOPT_URL, r.url.c_str());
-    // The path goes out as written: "/a/../b" is not folded to "/b".
-    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(easy, CURLOPT_PRIVATE, t);
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, t->errorBuffer);
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy, CURLOPT_SHARE, share_);
-    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, writeBody);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, t);
     // What is left of the time-out counted from the call; connecting counts against it
     // (the connection time-out is the same, so libcurl's own default never applies).
     curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, remaining);
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, remaining);
     curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(t->maxBodyBytes));
-    // Only https leaves the SDK, redirects included, and TLS is always verified.
-    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "https");
-    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
-    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, s.maxRedirects);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
-    if (!t->settings->caFile.empty()) {
-      curl_easy_setopt(easy, CURLOPT_CAINFO, t->settings->caFile.c_str());
-    }
-    curl_easy_setopt(easy, CURLOPT_TCP_KEEPALIVE, 1L);
-    // Wait for a connection that can multiplex instead of opening another one.
-    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, 1L);
     for (const auto& [name, value] : r.headers) {
       t->headerList = curl_slist_append(t->headerList, (name + ": " + value).c_str());
     }
@@ -546,22 +542,59 @@ class HttpClient {
     return true;
   }
 
-  // Easy handles are reused: resetting one is much cheaper than making a new one, and
-  // the pool never holds more than the transfers that can be in libcurl at once.
-  CURL* acquireEasy() {
-    if (easyPool_.empty()) return curl_easy_init();
-    CURL* easy = easyPool_.back();
-    easyPool_.pop_back();
+  // The options every request of one set of settings shares, set once per handle.
+  void setCommonOptions(CURL* easy, const EffectiveSettings& effective) {
+    const auto& s = effective.settings;
+    // The path goes out as written: "/a/../b" is not folded to "/b".
+    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_SHARE, share_);
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, writeBody);
+    // Only https leaves the SDK, redirects included, and TLS is always verified.
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "https");
+    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
+    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, s.maxRedirects);
+    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
+    if (!effective.caFile.empty()) curl_easy_setopt(easy, CURLOPT_CAINFO, effective.caFile.c_str());
+    curl_easy_setopt(easy, CURLOPT_TCP_KEEPALIVE, 1L);
+    // Wait for a connection that can multiplex instead of opening another one.
+    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, 1L);
+  }
+
+  // Easy handles are reused: a handle whose last request was a plain GET under the same
+  // settings keeps its common options; any other is reset and set up again. The pool
+  // never holds more than the transfers that can be in libcurl at once.
+  CURL* acquireEasy(const EffectiveSettings& effective) {
+    while (!easyPool_.empty()) {
+      PooledEasy pooled = easyPool_.back();
+      easyPool_.pop_back();
+      if (pooled.configuredFor == effective.id) return pooled.easy;
+      curl_easy_reset(pooled.easy);
+      setCommonOptions(pooled.easy, effective);
+      return pooled.easy;
+    }
+    CURL* easy = curl_easy_init();
+    if (easy) setCommonOptions(easy, effective);
     return easy;
   }
 
-  void recycleEasy(CURL* easy) {
+  void recycleEasy(CURL* easy, const Transfer& t) {
     if (easyPool_.size() >= kMaxPooledHandles) {
       curl_easy_cleanup(easy);
       return;
     }
+    if (t.plain) {
+      // Nothing of the finished transfer may be reached through the handle any more.
+      curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, nullptr);
+      curl_easy_setopt(easy, CURLOPT_PRIVATE, nullptr);
+      curl_easy_setopt(easy, CURLOPT_WRITEDATA, nullptr);
+      easyPool_.push_back({easy, t.settings->id});
+      return;
+    }
     curl_easy_reset(easy);
-    easyPool_.push_back(easy);
+    easyPool_.push_back({easy, 0});
   }
 
   // Each origin admits at most twice its connection limit into the multi handle; the
@@ -609,7 +642,7 @@ class HttpClient {
     curl_easy_getinfo(t.easy, CURLINFO_RESPONSE_CODE, &status);
     curl_easy_getinfo(t.easy, CURLINFO_NUM_CONNECTS, &connects);
     curl_multi_remove_handle(multi_, t.easy);
-    recycleEasy(t.easy);
+    recycleEasy(t.easy, t);
     t.easy = nullptr;
     curl_slist_free_all(t.headerList);
     t.headerList = nullptr;
@@ -792,7 +825,7 @@ class HttpClient {
     }
     lanes_.clear();
     deadlines_.clear();
-    for (CURL* easy : easyPool_) curl_easy_cleanup(easy);
+    for (const auto& pooled : easyPool_) curl_easy_cleanup(pooled.easy);
     easyPool_.clear();
     std::deque<std::shared_ptr<Transfer>> queued;
     {
@@ -848,7 +881,12 @@ class HttpClient {
   static constexpr std::chrono::milliseconds kDeadlineGrace{50};
   // Answers larger than this complete on the background thread (see finish()).
   static constexpr std::size_t kInlineCompletionBytes = 64 * 1024;
-  std::vector<CURL*> easyPool_;
+  // A pooled handle and the id of the settings its common options were set for (0: none).
+  struct PooledEasy {
+    CURL* easy;
+    std::uint64_t configuredFor;
+  };
+  std::vector<PooledEasy> easyPool_;
 };
 
 // The client of this process. It lives for the whole process and is never destroyed,

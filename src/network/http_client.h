@@ -29,6 +29,8 @@ struct HttpRequest {
   /// Writes a debug line when the request is refused (the web service's `debug`).
   bool debug = false;
   RequestSource source = RequestSource::direct;
+  /// False for requests whose future is never cancelled (events): no cancel hook is kept.
+  bool cancellable = true;
 };
 
 struct HttpResponse {

@@ -2,7 +2,10 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
+#include <array>
 #include <memory>
+#include <utility>
 
 namespace tavik {
 
@@ -21,9 +24,43 @@ std::string part(CURLU* handle, CURLUPart which) {
   return out;
 }
 
+// libcurl's URL parser allocates every part it hands out: parsing the same address for
+// each event cost more than the rest of building the event. Parsing is a pure function of
+// the text, so each thread keeps its last few results.
+template <class Value>
+class RecentResults {
+ public:
+  const Value* find(std::string_view key) const {
+    for (std::size_t i = 0; i < used_; ++i) {
+      if (entries_[i].first == key) return &entries_[i].second;
+    }
+    return nullptr;
+  }
+  const Value& add(std::string_view key, Value value) {
+    auto& entry = entries_[next_];
+    entry.first.assign(key);
+    entry.second = std::move(value);
+    next_ = (next_ + 1) % kEntries;
+    used_ = std::min(used_ + 1, kEntries);
+    return entry.second;
+  }
+
+ private:
+  static constexpr std::size_t kEntries = 4;
+  std::array<std::pair<std::string, Value>, kEntries> entries_;
+  std::size_t next_ = 0;  // the entry the next miss replaces
+  std::size_t used_ = 0;
+};
+
 }  // namespace
 
 std::optional<Url> Url::parse(std::string_view text) {
+  thread_local RecentResults<std::optional<Url>> recent;
+  if (const auto* known = recent.find(text)) return *known;
+  return recent.add(text, parseAnew(text));
+}
+
+std::optional<Url> Url::parseAnew(std::string_view text) {
   // libcurl reads C strings: text after a NUL byte would silently be dropped.
   if (text.find('\0') != std::string_view::npos) return std::nullopt;
   UrlHandle handle(curl_url());
@@ -47,20 +84,32 @@ std::optional<Url> Url::parse(std::string_view text) {
 Url Url::withQuery(const std::string& encodedQuery) const {
   // Splice the query into the normalised text rather than letting the parser rebuild
   // the address, which would re-case the percent-escapes.
-  const auto fragmentAt = text_.find('#');
-  const std::string head = text_.substr(0, fragmentAt);
-  const std::string fragment = fragmentAt == std::string::npos ? "" : text_.substr(fragmentAt);
-  const std::string base = head.substr(0, head.find('?'));
-  Url url = *this;
-  url.text_ = base + (encodedQuery.empty() ? "" : "?" + encodedQuery) + fragment;
+  const std::string_view text = text_;
+  const auto fragmentAt = std::min(text.find('#'), text.size());
+  const auto baseEnd = std::min(text.substr(0, fragmentAt).find('?'), fragmentAt);
+  Url url;
+  url.text_.reserve(baseEnd + 1 + encodedQuery.size() + (text.size() - fragmentAt));
+  url.text_.append(text.substr(0, baseEnd));
+  if (!encodedQuery.empty()) {
+    url.text_ += '?';
+    url.text_ += encodedQuery;
+  }
+  url.text_.append(text.substr(fragmentAt));
+  url.scheme_ = scheme_;
+  url.host_ = host_;
   url.query_ = encodedQuery;
   return url;
 }
 
 std::string percentEncode(std::string_view text) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
   std::string out;
   out.reserve(text.size());
+  appendPercentEncoded(out, text);
+  return out;
+}
+
+void appendPercentEncoded(std::string& out, std::string_view text) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
   for (unsigned char c : text) {
     const bool unreserved = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
                             (c >= '0' && c <= '9') || c == '-' || c == '.' || c == '_' || c == '~';
@@ -72,7 +121,6 @@ std::string percentEncode(std::string_view text) {
       out += kHex[c & 0xF];
     }
   }
-  return out;
 }
 
 }  // namespace tavik

@@ -14,8 +14,10 @@ namespace tavik::detail {
 
 /// `WebService::request(url, GET, nullopt)` up to the HTTP exchange: the same debug lines
 /// and the same request, answered with the raw response. `sentUrl` receives the address
-/// it went to ("os_version" and "os_name" appended).
-Future<HttpResponse> exchangeGet(const WebService& service, const Url& url, std::string* sentUrl);
+/// it went to ("os_version" and "os_name" appended). Events pass `cancellable` false:
+/// nobody cancels them, so the transport keeps no cancel hook for them.
+Future<HttpResponse> exchangeGet(const WebService& service, const Url& url, std::string* sentUrl,
+                                 bool cancellable = true);
 
 /// What `WebService::request` makes of a raw response (the response dictionary), or the
 /// error it throws for it.

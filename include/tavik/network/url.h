@@ -29,6 +29,8 @@ class Url {
   friend bool operator==(const Url& a, const Url& b) { return a.text_ == b.text_; }
 
  private:
+  static std::optional<Url> parseAnew(std::string_view text);
+
   std::string text_;
   std::string scheme_;
   std::string host_;
@@ -38,5 +40,7 @@ class Url {
 /// RFC 3986 percent-encoding of a query name or value: everything but the unreserved
 /// characters (A-Z a-z 0-9 - . _ ~) becomes %XX, so a space is "%20" and "+" is "%2B".
 std::string percentEncode(std::string_view text);
+/// `percentEncode(text)` appended to `out`.
+void appendPercentEncoded(std::string& out, std::string_view text);
 
 }  // namespace tavik
