@@ -306,3 +306,41 @@ TEST(TransportLanes, CreativesNeverStandInFrontOfAnEventToTheSameOrigin) {
   for (auto& creative : creatives) creative.cancel();
   for (auto& creative : creatives) EXPECT_EQ(failureKind(creative), Kind::cancelled);
 }
+
+TEST(TransportLanes, StoredEventsLeaveAConnectionFreeAndYieldToTheOriginsOwnRequests) {
+  // Three connections per host. A backlog of stored events (answered after 30 s) takes at
+  // most two of them and a fetch goes out at once. When the host's own request takes the
+  // last free connection, a stored event that ends leaves its connection free instead of
+  // passing it on to the next stored one, until the host's own request is done.
+  test::SandboxEnv env;
+  env.server().script("/stored", test::slow(30s));
+  env.server().script("/own", test::slow(1500ms));
+  setTransport(60s, 3, 20'000);
+  std::vector<Future<detail::HttpResponse>> stored;
+  for (int i = 0; i < 10; ++i) {
+    auto request = get(env.base() + "/stored?n=" + std::to_string(i));
+    request.source = detail::RequestSource::storedEvent;
+    stored.push_back(detail::sendHttpRequest(std::move(request)));
+  }
+  ASSERT_TRUE(env.server().waitForRequests(2, 10s));
+  std::this_thread::sleep_for(300ms);  // time for more to go out, if more could
+  EXPECT_EQ(env.server().requests("/stored").size(), 2u) << "stored events took every connection";
+
+  auto fetch = detail::sendHttpRequest(get(env.base() + "/v2/bsda?pt=home"));
+  ASSERT_EQ(fetch.wait_for(10s), std::future_status::ready) << "a fetch waited behind the store";
+  EXPECT_EQ(fetch.get().status, 200);
+
+  auto own = detail::sendHttpRequest(get(env.base() + "/own"));
+  ASSERT_TRUE(env.server().waitForRequests(4, 10s));
+  stored[0].cancel();
+  EXPECT_EQ(failureKind(stored[0]), Kind::cancelled);
+  std::this_thread::sleep_for(500ms);
+  EXPECT_EQ(env.server().requests("/stored").size(), 2u)
+      << "a stored event took the last free connection";
+  ASSERT_EQ(own.wait_for(20s), std::future_status::ready);
+  EXPECT_EQ(own.get().status, 200);
+  // With the host's own request done, the backlog goes on.
+  EXPECT_TRUE(env.server().waitForRequests(5, 10s));
+  EXPECT_EQ(env.server().requests("/stored").size(), 3u);
+  for (auto& request : stored) request.cancel();
+}

@@ -441,7 +441,8 @@ struct EventStore::Impl {
       HttpRequest request;
       request.url = it->second.url;
       request.debug = options.debug;
-      request.source = RequestSource::webService;
+      request.source = RequestSource::storedEvent;
+      request.cancellable = false;
       if (options.debug) debugLine("event store: sending again " + request.url);
       sendHttpRequest(std::move(request))
           .whenReady([weak = self, id](const Future<HttpResponse>& attempt) {

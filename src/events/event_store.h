@@ -19,9 +19,11 @@ struct EventStoreOptions {
   /// How long an event may wait in memory before its group is committed. The caller's
   /// durability window is this plus one commit.
   std::chrono::milliseconds commitInterval{20};
-  /// Retries (and sends of a stored backlog) in transfer at once. Below the transport's
-  /// connections per host, so the store never takes every connection of a host.
-  std::size_t maxInFlight = 4;
+  /// Retries (and sends of a stored backlog) handed to the transport at once. The
+  /// transport starts them in a lane of their own that leaves a connection of the host
+  /// free and yields to any fetch or new event waiting, so this only bounds what waits
+  /// there (twice the default connections per host, as the transport admits).
+  std::size_t maxInFlight = 12;
   /// Back-off: the n-th retry waits a random time in [0, min(maxRetryDelay,
   /// retryDelay * 2^n)] (full jitter), and at least the answer's "Retry-After".
   std::chrono::milliseconds retryDelay{1'000};

@@ -118,7 +118,14 @@ std::string originOf(const std::string& url) {
 // Creative downloads of an origin wait in a lane of their own, so that no number of them
 // ever stands in front of an event or an ad fetch to the same origin.
 std::string laneOf(const std::string& origin, RequestSource source) {
-  return source == RequestSource::media ? origin + " (media)" : origin;
+  switch (source) {
+    case RequestSource::media:
+      return origin + " (media)";
+    case RequestSource::storedEvent:
+      return origin + " (stored events)";
+    default:
+      return origin;
+  }
 }
 
 // How many transfers of a lane may be inside libcurl at once. Media gets at most half of
@@ -128,6 +135,7 @@ std::string laneOf(const std::string& origin, RequestSource source) {
 long laneCap(const Transfer& t) {
   const long connections = std::max(1L, t.settings->settings.maxConnectionsPerHost);
   if (t.request.source == RequestSource::media) return std::max(1L, connections / 2);
+  if (t.request.source == RequestSource::storedEvent) return std::max(1L, connections - 1);
   return connections * 2;
 }
 
@@ -452,6 +460,7 @@ class HttpClient {
       t.hasDeadline = false;
     }
     if (t.state == Transfer::State::waiting) {
+      if (t.request.source == RequestSource::storedEvent) --storedWaiting_;
       auto lane = lanes_.find(t.lane);
       if (lane != lanes_.end()) {
         lane->second.waiting.erase(t.inLane);
@@ -603,23 +612,53 @@ class HttpClient {
   // more than the connections keeps every connection busy.
   void admit(const std::shared_ptr<Transfer>& transfer) {
     Lane& lane = lanes_[transfer->lane];
-    if (lane.active < laneCap(*transfer) && lane.waiting.empty()) {
-      if (start(transfer)) ++lane.active;
-      if (lane.active == 0 && lane.waiting.empty()) lanes_.erase(transfer->lane);
+    lane.origin = transfer->origin;
+    if (lane.active < laneCap(*transfer) && lane.waiting.empty() &&
+        roomFor(*transfer, lane.active)) {
+      if (start(transfer)) ++lanes_[transfer->lane].active;
+      auto it = lanes_.find(transfer->lane);
+      if (it != lanes_.end() && it->second.active == 0 && it->second.waiting.empty()) {
+        lanes_.erase(it);
+      }
     } else {
       transfer->inLane = lane.waiting.insert(lane.waiting.end(), transfer);
       transfer->state = Transfer::State::waiting;
+      if (transfer->request.source == RequestSource::storedEvent) ++storedWaiting_;
       setDeadline(*transfer, transfer->deadline);
     }
   }
 
-  // A transfer of `lane` left libcurl: let the next waiting one of that lane in.
+  // Stored events are sent again only with a connection to spare: nothing of the origin's
+  // own lane waits, and after this one starts a connection of the host is still free, so
+  // a fetch or a new event never waits behind the store (with a single connection, a
+  // stored event goes only while the origin has nothing else in transfer).
+  bool roomFor(const Transfer& t, long laneActive) const {
+    if (t.request.source != RequestSource::storedEvent) return true;
+    const auto own = lanes_.find(t.origin);
+    if (own != lanes_.end() && !own->second.waiting.empty()) return false;
+    const long ownActive = own == lanes_.end() ? 0 : own->second.active;
+    const long connections = std::max(1L, t.settings->settings.maxConnectionsPerHost);
+    if (connections == 1) return ownActive + laneActive == 0;
+    return ownActive + laneActive + 1 < connections;
+  }
+
+  // A transfer of `lane` left libcurl: let the next waiting one of that lane in, and
+  // stored events of the origin when its own lane freed a connection.
   void release(const std::string& laneName) {
     auto it = lanes_.find(laneName);
     if (it == lanes_.end()) return;
     --it->second.active;
+    const std::string origin = it->second.origin;
+    startWaiting(laneName);
+    if (storedWaiting_ > 0 && laneName == origin) {
+      startWaiting(laneOf(origin, RequestSource::storedEvent));
+    }
+  }
+
+  // Starts the waiting transfers of a lane, oldest first, while its cap allows.
+  void startWaiting(const std::string& laneName) {
     while (true) {
-      it = lanes_.find(laneName);  // a failed start may have changed the lanes
+      auto it = lanes_.find(laneName);  // a failed start may have changed the lanes
       if (it == lanes_.end()) return;
       Lane& lane = it->second;
       if (lane.waiting.empty()) {
@@ -627,12 +666,11 @@ class HttpClient {
         return;
       }
       auto next = lane.waiting.front();
+      if (lane.active >= laneCap(*next) || !roomFor(*next, lane.active)) return;
       lane.waiting.pop_front();
+      if (next->request.source == RequestSource::storedEvent) --storedWaiting_;
       next->state = Transfer::State::incoming;  // out of the lane, not yet in libcurl
-      if (start(next)) {
-        ++lanes_[laneName].active;
-        return;
-      }
+      if (start(next)) ++lanes_[laneName].active;
     }
   }
 
@@ -870,9 +908,11 @@ class HttpClient {
 
   // Owned by the I/O thread.
   struct Lane {
+    std::string origin;
     long active = 0;
     std::list<std::shared_ptr<Transfer>> waiting;
   };
+  std::size_t storedWaiting_ = 0;  // stored events waiting in any lane
   std::unordered_map<Transfer*, std::shared_ptr<Transfer>> active_;
   std::unordered_map<std::string, Lane> lanes_;
   std::multimap<Clock::time_point, Transfer*> deadlines_;

@@ -12,10 +12,12 @@
 namespace tavik::detail {
 
 /// What made a request: the web service (ad and event calls), the views' creative
-/// downloads, or another direct caller of the transport. Request observers name the
-/// service by it. Media requests wait in a lane of their own per origin and hold at most
-/// half of its connections, so they never stand in front of an event or an ad fetch.
-enum class RequestSource : std::uint8_t { direct, webService, media };
+/// downloads, the event store sending stored events again, or another direct caller of
+/// the transport. Request observers name the service by it. Media requests wait in a lane
+/// of their own per origin and hold at most half of its connections, so they never stand
+/// in front of an event or an ad fetch. Stored events wait in a lane of their own too and
+/// start only while the origin's own lane has nothing waiting and a connection to spare.
+enum class RequestSource : std::uint8_t { direct, webService, media, storedEvent };
 
 struct HttpRequest {
   std::string url;
