@@ -41,21 +41,25 @@ void writeProductKeys(TrackingParams& params, const std::string& skuId,
 // The public result of an event, made in one step from the HTTP answer: the response
 // dictionary, or nothing once the error went to `onError`. Events are never cancelled, so
 // no cancel link is made; one continuation and one shared state per event is all it costs.
+// `seen` is called with the answer first (the store's bookkeeping), in the same step.
+template <class Seen>
 RegisterEvent::Result settleEvent(const Future<detail::HttpResponse>& attempt,
-                                  const ErrorHandler& onError) {
+                                  const ErrorHandler& onError, Seen seen) {
   auto promise = std::make_shared<Promise<std::optional<nlohmann::json>>>();
   RegisterEvent::Result result = promise->get_future();
   std::shared_ptr<detail::ErrorGate> gate;
   if (onError) gate = std::make_shared<detail::ErrorGate>(onError);
-  attempt.whenReady([promise, gate](const Future<detail::HttpResponse>& answer) {
-    try {
-      promise->set_value(detail::responseDictionary(answer.get()));
-      return;
-    } catch (...) {
-      if (gate) gate->report(std::current_exception());
-    }
-    promise->set_value(std::nullopt);
-  });
+  attempt.whenReady(
+      [promise, gate, seen = std::move(seen)](const Future<detail::HttpResponse>& answer) mutable {
+        seen(answer);
+        try {
+          promise->set_value(detail::responseDictionary(answer.get()));
+          return;
+        } catch (...) {
+          if (gate) gate->report(std::current_exception());
+        }
+        promise->set_value(std::nullopt);
+      });
   return result;
 }
 
@@ -68,12 +72,10 @@ RegisterEvent::Result RegisterEvent::sendKept(detail::EventStore& store, const U
   std::string sentUrl;
   auto attempt = detail::exchangeGet(webService, apiUrl, &sentUrl, false);
   const auto id = store.add(std::move(sentUrl), eventTime);
-  if (id != 0) {
-    attempt.whenReady([store = store.shared_from_this(), id](const auto& answer) {
-      store->answered(id, detail::outcomeOf(answer));
-    });
-  }
-  return settleEvent(attempt, onError);
+  if (id == 0) return settleEvent(attempt, onError, [](const auto&) {});
+  return settleEvent(attempt, onError, [store = store.shared_from_this(), id](const auto& answer) {
+    store->answered(id, detail::outcomeOf(answer));
+  });
 }
 
 RegisterEvent::Result RegisterEvent::send(TavikEventPath path, Parameters parameters,
@@ -104,7 +106,8 @@ RegisterEvent::Result RegisterEvent::send(TavikEventPath path, Parameters parame
       }
     }
     // Events are never cancelled: cancelling their future changes nothing.
-    return settleEvent(detail::exchangeGet(webService, *apiUrl.apiUrl, nullptr, false), onError);
+    return settleEvent(detail::exchangeGet(webService, *apiUrl.apiUrl, nullptr, false), onError,
+                       [](const auto&) {});
   } catch (...) {
     detail::reportError(std::current_exception(), onError);
     return Result::ready(std::nullopt);
