@@ -260,9 +260,10 @@ class HttpClient {
         waiting->fetch_add(1, std::memory_order_relaxed);
         stats_.peakWaiting = std::max<std::uint64_t>(stats_.peakWaiting, already + 1);
         transfer->waiting = waiting;
-        // Only the first request of a batch wakes the I/O thread: while the queue holds
-        // anything, a wake-up is already on its way or the thread has yet to look at it.
-        wake = queue_.empty();
+        // Only a request that finds the I/O thread asleep wakes it: a thread at work looks
+        // at the queue before it sleeps again, so a burst costs no wake-up per batch.
+        wake = sleeping_;
+        sleeping_ = false;
         queue_.push_back(transfer);
         accepted = true;
         ++stats_.requestsStarted;
@@ -384,7 +385,8 @@ class HttpClient {
       {
         std::lock_guard lock(mutex_);
         if (!stopping_) {
-          wake = queue_.empty() && refusals_.empty();
+          wake = sleeping_;
+          sleeping_ = false;
           refusals_.push_back(Refusal{transfer, refusedAt, std::move(reason)});
         }
       }
@@ -812,6 +814,7 @@ class HttpClient {
       {
         std::lock_guard lock(mutex_);
         if (stopping_) break;
+        sleeping_ = false;
         incoming.swap(queue_);
         cancels.swap(cancels_);
         refusals.swap(refusals_);
@@ -848,6 +851,13 @@ class HttpClient {
       }
       expire(Clock::now());
       if (gaveUp_.load()) return;
+      {
+        // Sleeps only with nothing handed over meanwhile; whoever hands something over
+        // from now on wakes the thread.
+        std::lock_guard lock(mutex_);
+        if (stopping_ || !queue_.empty() || !cancels_.empty() || !refusals_.empty()) continue;
+        sleeping_ = true;
+      }
       curl_multi_poll(multi_, nullptr, 0, pollTimeout(), nullptr);
     }
     // Shutting down: abandon everything, run no continuation.
@@ -891,6 +901,7 @@ class HttpClient {
   // When the I/O thread entered host code (Clock ticks), 0 while it runs its own.
   std::atomic<Clock::rep> hostCodeSince_{0};
   bool limitsChanged_ = false;
+  bool sleeping_ = false;  // the I/O thread is in (or about to enter) curl_multi_poll
   std::shared_ptr<const EffectiveSettings> settings_;
   std::deque<std::shared_ptr<Transfer>> queue_;
   std::vector<std::weak_ptr<Transfer>> cancels_;
