@@ -30,6 +30,7 @@ struct Side {
   double hostCpuSeconds = 0;  // the thread that fires and awaits
   double serverCpuSeconds = 0;
   std::uint64_t connections = 0;
+  std::size_t http2 = 0;  // raw transfers answered over HTTP/2
   std::size_t ok = 0;
   std::size_t failed = 0;
 };
@@ -72,6 +73,7 @@ void BM_EventBurst(benchmark::State& state) {
         side.ok += result.ok;
         side.failed += result.failed;
         side.connections += static_cast<std::uint64_t>(result.connects);
+        side.http2 += result.http2;
       }
       seconds[turn] = secondsSince(t0);
       side.seconds += seconds[turn];
@@ -121,6 +123,8 @@ void BM_EventBurst(benchmark::State& state) {
   state.counters["sdk_connections"] = static_cast<double>(sdkSide.connections);
   state.counters["capped_connections"] = static_cast<double>(cappedSide.connections);
   state.counters["naive_connections"] = static_cast<double>(naiveSide.connections);
+  state.counters["capped_http2_share"] = static_cast<double>(cappedSide.http2) /
+                                         static_cast<double>(cappedSide.ok + cappedSide.failed);
   state.counters["failures"] =
       static_cast<double>(sdkSide.failed + cappedSide.failed + naiveSide.failed);
 }

@@ -213,12 +213,26 @@ bool dumpFixtures(const std::string& dir) {
   }
 }
 
+bool http2() {
+  static const bool on = [] {
+    const char* value = std::getenv("TAVIK_BENCH_HTTP2");
+    return value && std::string(value) == "1";
+  }();
+  return on;
+}
+
 void setRawOptions(CURL* easy, const std::string& url, std::string* body) {
   curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
   curl_easy_setopt(easy, CURLOPT_CAINFO, server().caFile.c_str());
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, appendBody);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, body);
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+  if (http2()) {
+    // The best raw use of HTTP/2: negotiated over TLS, and transfers wait for the
+    // connection that can multiplex them instead of opening more (as the SDK's do).
+    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, 1L);
+  }
 }
 
 namespace {
@@ -261,6 +275,9 @@ std::size_t RawMulti::reap(Result& result) {
     long connects = 0;
     curl_easy_getinfo(transfer->easy, CURLINFO_RESPONSE_CODE, &status);
     curl_easy_getinfo(transfer->easy, CURLINFO_NUM_CONNECTS, &connects);
+    long version = 0;
+    curl_easy_getinfo(transfer->easy, CURLINFO_HTTP_VERSION, &version);
+    if (version == CURL_HTTP_VERSION_2_0) ++result.http2;
     const bool ok = message->data.result == CURLE_OK && status == 200;
     (ok ? result.ok : result.failed) += 1;
     result.connects += connects;
@@ -460,6 +477,7 @@ int benchMain(int argc, char** argv) {
   }
   benchmark::AddCustomContext("server", server().kind + " at " + server().baseUrl());
   benchmark::AddCustomContext("libcurl", curl_version());
+  benchmark::AddCustomContext("http", http2() ? "HTTP/2 (raw: 2TLS, PIPEWAIT)" : "HTTP/1.1");
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

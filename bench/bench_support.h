@@ -65,6 +65,10 @@ bool dumpFixtures(const std::string& dir);
 
 // ---- raw libcurl ----------------------------------------------------------------------
 
+/// Whether the run is over HTTP/2 (TAVIK_BENCH_HTTP2=1, set by bench/run.sh for its h2
+/// server): the raw clients then ask for it and multiplex.
+bool http2();
+
 /// The options a plain client sets: URL, trust of server().caFile, body into `body`.
 void setRawOptions(CURL* easy, const std::string& url, std::string* body);
 
@@ -81,7 +85,8 @@ class RawMulti {
   struct Result {
     std::size_t ok = 0;  ///< transfers that ended with status 200
     std::size_t failed = 0;
-    long connects = 0;  ///< sum of CURLINFO_NUM_CONNECTS
+    long connects = 0;      ///< sum of CURLINFO_NUM_CONNECTS
+    std::size_t http2 = 0;  ///< transfers answered over HTTP/2
   };
   /// Adds `count` impression GETs (the SDK's query, fresh event time each), then drives
   /// them all to completion. `afterAdding` runs once every transfer is added.

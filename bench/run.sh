@@ -74,7 +74,7 @@ if [ -n "$NGINX" ]; then
   export TAVIK_BENCH_SERVER_KIND="nginx"
   # The answers nginx serves are the sandbox's answers to the SDK's own requests.
   "$BUILD/bench/tavik_bench_net" --dump-fixtures "$RUN/www"
-  sed -e "s|@RUN@|$RUN|g" -e "s|@PORT@|$PORT|g" -e "s|@WORKERS@|$WORKERS|g" \
+  sed -e "s|@RUN@|$RUN|g" -e "s|@PORT@|$PORT|g" -e "s|@WORKERS@|$WORKERS|g" -e "s|@HTTP2@||g" \
     "$ROOT/bench/nginx.conf.in" >"$RUN/nginx.conf"
   "$NGINX" -p "$RUN" -c "$RUN/nginx.conf" -e "$RUN/nginx-error.log"
   wait_for_port "$PORT" || { cat "$RUN/nginx-error.log" >&2; exit 1; }
@@ -98,6 +98,24 @@ if [ -n "$NGINX" ]; then
   log "event store against nginx"
   "$BUILD/bench/tavik_bench_store" "${BENCH_ARGS[@]}" --benchmark_out="$RESULTS/store.json" \
     --benchmark_out_format=json
+
+  # The same network figures over HTTP/2: nginx again, now offering h2. The SDK negotiates
+  # it and multiplexes on one connection; the raw clients ask for it and multiplex too.
+  log "network benchmarks against nginx over HTTP/2"
+  kill "$(cat "$RUN/nginx.pid")"
+  for _ in $(seq 100); do [ -f "$RUN/nginx.pid" ] || break; sleep 0.05; done
+  sed -e "s|@RUN@|$RUN|g" -e "s|@PORT@|$PORT|g" -e "s|@WORKERS@|$WORKERS|g" \
+    -e "s|@HTTP2@| http2|g" "$ROOT/bench/nginx.conf.in" >"$RUN/nginx.conf"
+  "$NGINX" -p "$RUN" -c "$RUN/nginx.conf" -e "$RUN/nginx-error.log"
+  wait_for_port "$PORT" || { cat "$RUN/nginx-error.log" >&2; exit 1; }
+  MASTER="$(cat "$RUN/nginx.pid")"
+  TAVIK_BENCH_SERVER_PIDS="$(
+    IFS=,
+    pids=("$MASTER" $(pgrep -P "$MASTER"))
+    echo "${pids[*]}"
+  )"
+  TAVIK_BENCH_HTTP2=1 "$BUILD/bench/tavik_bench_net" "${BENCH_ARGS[@]}" \
+    --benchmark_out="$RESULTS/net-nginx-h2.json" --benchmark_out_format=json
 else
   SERVER_NOTE="nginx is not installed: the sandbox is the only server"
   echo "$SERVER_NOTE" >&2
@@ -235,6 +253,27 @@ widths = [max(len(str(r[i])) for r in rows + [("figure", "SDK", "raw libcurl", "
 header = ("figure", "SDK", "raw libcurl", "ratio", "target", "")
 for r in [header] + rows:
     print("  ".join(str(c).ljust(w) for c, w in zip(r, widths)).rstrip())
+
+h2 = load("net-nginx-h2.json")
+if h2:
+    b = h2[0]
+    print()
+    print("over HTTP/2 (the same nginx offering h2; the SDK and the raw clients multiplex):")
+    f = b.get("fetch_banner")
+    if f:
+        print(f"  1. fetch + decode one banner: SDK {fmt(f['sdk_us'])} us, raw on its own I/O thread {fmt(f['raw_io_thread_us'])} us:"
+              f" {fmt(f['ratio_io_thread'], 2)}x (target <= 1.05x, {'met' if f['ratio_io_thread'] <= 1.05 else 'MISSED'});"
+              f" reused handle {fmt(f['raw_us'])} us")
+    e = b.get("event_burst_10000")
+    if e:
+        print(f"  2. 10,000 events: SDK {fmt(e['sdk_events_per_s'], 0)}/s, capped raw {fmt(e['capped_events_per_s'], 0)}/s:"
+              f" {fmt(e['throughput_ratio'], 2)}x (median {fmt(e['throughput_ratio_median_pair'], 2)}x; target >= 1.00x,"
+              f" {'met' if e['throughput_ratio_median_pair'] >= 1.0 else 'MISSED'})")
+        print(f"     client CPU per event: SDK {fmt(e['sdk_cpu_us_per_event'])} us, raw {fmt(e['capped_cpu_us_per_event'])} us:"
+              f" {fmt(e['cpu_ratio'], 2)}x (target <= 1.20x, {'met' if e['cpu_ratio'] <= 1.2 else 'MISSED'});"
+              f" host / transport thread {fmt(e['sdk_host_cpu_us_per_event'])} / {fmt(e['sdk_io_cpu_us_per_event'])} us")
+        print(f"     TLS connections: SDK {fmt(e['sdk_connections'], 0)}, raw {fmt(e['capped_connections'], 0)};"
+              f" raw answers over h2: {fmt(100 * e.get('capped_http2_share', 0), 0)}%")
 
 parts = load("transport-parts.json")
 if parts:
