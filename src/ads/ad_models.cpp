@@ -108,6 +108,11 @@ bool isPlainKey(std::string_view key) {
 
 class Path {
  public:
+  // `ownsDocument`: the document is the decoder's own and is dropped after decoding, so
+  // its strings may be moved into the records instead of copied.
+  explicit Path(bool ownsDocument = false) : ownsDocument_(ownsDocument) {}
+  bool ownsDocument() const { return ownsDocument_; }
+
   void push(std::string_view key) { segments_.push_back({key, 0, false}); }
   void push(std::size_t index) { segments_.push_back({{}, index, true}); }
   void pop() { segments_.pop_back(); }
@@ -144,6 +149,7 @@ class Path {
   }
 
   std::vector<Segment> segments_;
+  bool ownsDocument_ = false;
 };
 
 // Holds one segment on the path for the lifetime of a scope.
@@ -195,8 +201,10 @@ std::int64_t integerValue(const json& value, const Path& path, std::string_view 
   }
 }
 
-const std::string& stringValue(const json& value, const Path& path, std::string_view key) {
+// Every string is read once, so one that belongs to the decoder's own document is moved.
+std::string stringValue(const json& value, const Path& path, std::string_view key) {
   if (!value.is_string()) path.fail("expected a string but found " + describe(value), key);
+  if (path.ownsDocument()) return std::move(const_cast<json&>(value).get_ref<std::string&>());
   return value.get_ref<const std::string&>();
 }
 
@@ -401,8 +409,8 @@ auto guarded(Decode decode) -> decltype(decode()) {
 template <typename Result>
 Result decodeText(std::string_view text, Result (*decodeValue)(const json&, Path&)) {
   return guarded([&] {
-    const json value = parse(text);
-    Path path;
+    json value = parse(text);
+    Path path(true);
     return decodeValue(value, path);
   });
 }

@@ -46,8 +46,11 @@ nlohmann::json toJsonValue(const ParamValue& value) {
 
 // Turns a finished HTTP exchange into the response dictionary and the parsed body, or
 // throws: badStatus outside 200-299, the parser's error for a body that is not a JSON
-// object or array, failedToEncode when the normalised text cannot be written.
-detail::Answer answerOf(const detail::HttpResponse& response) {
+// object or array, failedToEncode when the normalised text cannot be written. Without
+// `withText` the dictionary's "data" stays empty and only the parsed body holds the answer
+// (writing the text is what such a caller would not read; the parser only accepts
+// well-formed UTF-8, so the text could always have been written).
+detail::Answer answerOf(const detail::HttpResponse& response, bool withText = true) {
   if (response.status < 200 || response.status >= 300) {
     throw TavikError::badStatus(static_cast<int>(response.status), response.body);
   }
@@ -55,10 +58,12 @@ detail::Answer answerOf(const detail::HttpResponse& response) {
   std::string data;
   if (!response.body.empty()) {
     answer.body = detail::parseJsonContainer(response.body);
-    try {
-      data = answer.body.dump();
-    } catch (const nlohmann::json::type_error&) {
-      throw TavikError::failedToEncode();
+    if (withText) {
+      try {
+        data = answer.body.dump();
+      } catch (const nlohmann::json::type_error&) {
+        throw TavikError::failedToEncode();
+      }
     }
   }
   answer.dictionary =
@@ -265,7 +270,9 @@ Future<nlohmann::json> WebService::request(const Url& url, HTTPMethod method,
 Future<detail::Answer> WebService::requestAnswer(const Url& url, HTTPMethod method,
                                                  const std::optional<Parameters>& parameters,
                                                  const Headers& headers) const {
-  return exchange(*this, url, method, parameters, headers).then(answerOf);
+  return exchange(*this, url, method, parameters, headers).then([](const auto& response) {
+    return answerOf(response, false);
+  });
 }
 
 namespace detail {

@@ -16,7 +16,8 @@ namespace tavik {
 namespace detail {
 /// The response dictionary together with the answer's parsed body (null for an empty
 /// body), for code inside the SDK that decodes the body and would otherwise parse the
-/// dictionary's "data" text a second time.
+/// dictionary's "data" text a second time. The dictionary's "data" is left empty: the
+/// parsed body is the answer, and writing it back as text is work nobody reads.
 struct Answer {
   nlohmann::json dictionary;
   nlohmann::json body;
@@ -66,7 +67,7 @@ class WebService {
                                  const std::optional<Parameters>& parameters,
                                  const Headers& headers = {}) const;
 
-  /// `request`, also handing back the parsed body.
+  /// `request`, handing back the parsed body, with the dictionary's "data" left empty.
   Future<detail::Answer> requestAnswer(const Url& url, HTTPMethod method,
                                        const std::optional<Parameters>& parameters,
                                        const Headers& headers = {}) const;
