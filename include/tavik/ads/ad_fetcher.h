@@ -205,8 +205,9 @@ std::shared_ptr<ErrorGate> gateFor(ErrorHandler onError, const Future<T>& result
 enum class Cancellable { yes, no };
 
 /// The public result of a request: its value, or nothing after the error went to
-/// `reportError`. A cancelled request ends the result with its `cancelled` error and
-/// reports nothing; cancelling the result cancels the request (only when `cancellable`).
+/// `reportError`. `request` must have no other consumer: its value is moved out. A cancelled
+/// request ends the result with its `cancelled` error and reports nothing; cancelling the result
+/// cancels the request (only when `cancellable`).
 template <class T>
 Future<std::optional<T>> settle(const Future<T>& request, ErrorHandler onError,
                                 Cancellable cancellable = Cancellable::yes) {
@@ -222,7 +223,9 @@ Future<std::optional<T>> settle(const Future<T>& request, ErrorHandler onError,
   }
   request.whenReady([promise, gate](const Future<T>& answer) {
     try {
-      promise->set_value(answer.get());
+      // `request` is this function's own (made for it by the caller), so its value is
+      // moved on rather than copied.
+      promise->set_value(takeReadyValue(answer));
       return;
     } catch (const TransportError& e) {
       if (e.kind() == TransportError::Kind::cancelled) {

@@ -20,6 +20,14 @@ class Future;
 template <class T>
 class Promise;
 
+namespace detail {
+/// For the SDK's own chains: the value of a ready future that nothing else reads (the
+/// future was made for this one consumer), moved out instead of copied; its error is
+/// rethrown.
+template <class T>
+T takeReadyValue(const Future<T>& future);
+}  // namespace detail
+
 /// Where a continuation runs: it receives a task and runs it once, later, on a thread of
 /// its choosing (a UI event loop, a thread pool, a strand). An executor that drops a task
 /// instead abandons the future of that continuation (`AbandonedError`).
@@ -266,6 +274,8 @@ class Future {
   friend class Promise<T>;
   template <class>
   friend class Future;
+  template <class U>
+  friend U detail::takeReadyValue(const Future<U>& future);
 
   explicit Future(std::shared_ptr<detail::SharedState<T>> state) : state_(std::move(state)) {}
 
@@ -411,5 +421,14 @@ class Promise {
 
   std::shared_ptr<detail::SharedState<T>> state_;
 };
+
+namespace detail {
+template <class T>
+T takeReadyValue(const Future<T>& future) {
+  std::lock_guard lock(future.state_->mutex);
+  if (future.state_->error) std::rethrow_exception(future.state_->error);
+  return std::move(*future.state_->value);
+}
+}  // namespace detail
 
 }  // namespace tavik
