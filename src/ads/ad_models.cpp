@@ -3,10 +3,12 @@
 #include "core/utf8.h"
 #include "network/json_text.h"
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -113,15 +115,15 @@ class Path {
   explicit Path(bool ownsDocument = false) : ownsDocument_(ownsDocument) {}
   bool ownsDocument() const { return ownsDocument_; }
 
-  void push(std::string_view key) { segments_.push_back({key, 0, false}); }
-  void push(std::size_t index) { segments_.push_back({{}, index, true}); }
-  void pop() { segments_.pop_back(); }
+  void push(std::string_view key) { push(Segment{key, 0, false}); }
+  void push(std::size_t index) { push(Segment{{}, index, true}); }
+  void pop() { --size_; }
 
   // "ads.au_home[1].rank"; keys that are not plain words in brackets and quotes
   // (ads["unit.with dots"][0]); "$" for the document itself.
   std::string text(std::string_view leafKey = {}) const {
     std::string out;
-    for (const auto& segment : segments_) append(out, segment);
+    for (std::size_t i = 0; i < size_; ++i) append(out, segments_[i]);
     if (!leafKey.empty()) append(out, {leafKey, 0, false});
     return out.empty() ? "$" : out;
   }
@@ -148,7 +150,15 @@ class Path {
     }
   }
 
-  std::vector<Segment> segments_;
+  void push(Segment segment) {
+    // The decoder only walks the records' own structure, a handful of levels deep.
+    if (size_ == segments_.size()) throw std::length_error("decoding path too deep");
+    segments_[size_++] = segment;
+  }
+
+  // Inline, so that decoding a small document allocates nothing for its path.
+  std::array<Segment, 16> segments_{};
+  std::size_t size_ = 0;
   bool ownsDocument_ = false;
 };
 

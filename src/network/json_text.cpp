@@ -1,28 +1,64 @@
 #include "network/json_text.h"
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 
 namespace tavik::detail {
 
+namespace {
+
+std::size_t find(std::string_view text, char c, std::size_t from, std::size_t to) {
+  if (from >= to) return to;
+  const void* at = std::memchr(text.data() + from, c, to - from);
+  return at ? static_cast<std::size_t>(static_cast<const char*>(at) - text.data()) : to;
+}
+
+}  // namespace
+
+// Outside strings the text is structure, numbers and literals, read byte by byte. Inside
+// a string (most of an ad's bytes: addresses, names) the scan jumps with memchr to the
+// next quote, backslash or NUL, each range searched once, so the cost stays linear
+// however many escapes a string holds.
 JsonScan scanJson(std::string_view text, std::size_t maxDepth) {
   JsonScan scan;
+  const std::size_t n = text.size();
   std::size_t depth = 0;
-  bool inString = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  std::size_t i = 0;
+  while (i < n) {
     const char c = text[i];
     if (c == '\0') {
       scan.nulAt = i;
       return scan;
     }
-    if (inString) {
-      if (c == '\\') {
-        ++i;  // the escaped character, which may be a quote
-      } else if (c == '"') {
-        inString = false;
+    if (c == '"') {
+      // The string's body: the next quote that no backslash escapes ends it. A NUL in it
+      // counts unless a backslash skips it, as the byte after a backslash always is.
+      std::size_t at = i + 1;
+      std::size_t quote = find(text, '"', at, n);
+      std::size_t nul = find(text, '\0', at, quote);
+      while (true) {
+        const std::size_t bound = std::min(quote, nul);
+        const std::size_t escape = find(text, '\\', at, bound);
+        if (escape == bound) {  // nothing escaped before the quote or the NUL
+          if (nul < quote) {
+            scan.nulAt = nul;
+            return scan;
+          }
+          break;
+        }
+        at = escape + 2;   // the escaped byte, whatever it is, is skipped
+        if (at > quote) {  // the quote itself was escaped: find the next one
+          quote = find(text, '"', at, n);
+          nul = find(text, '\0', at, quote);
+        } else if (nul < at) {  // the NUL was the escaped byte: look further
+          nul = find(text, '\0', at, quote);
+        }
       }
-    } else if (c == '"') {
-      inString = true;
-    } else if (c == '[' || c == '{') {
+      i = quote + 1;
+      continue;
+    }
+    if (c == '[' || c == '{') {
       if (++depth > scan.deepest) scan.deepest = depth;
       if (depth > maxDepth) {
         scan.tooDeepAt = i;
@@ -31,6 +67,7 @@ JsonScan scanJson(std::string_view text, std::size_t maxDepth) {
     } else if ((c == ']' || c == '}') && depth > 0) {
       --depth;
     }
+    ++i;
   }
   return scan;
 }
