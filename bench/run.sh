@@ -275,6 +275,21 @@ if h2:
         print(f"     TLS connections: SDK {fmt(e['sdk_connections'], 0)}, raw {fmt(e['capped_connections'], 0)};"
               f" raw answers over h2: {fmt(100 * e.get('capped_http2_share', 0), 0)}%")
 
+store = load("store.json")
+if store and "event_store_10000" in store[0]:
+    st = store[0]["event_store_10000"]
+    print()
+    print("event store (the same bursts with TAVIK::Builder::eventStore, against without it):")
+    print(f"  caller's CPU per event call: {fmt(st['on_call_cpu_us'], 2)} us on, {fmt(st['off_call_cpu_us'], 2)} us off:"
+          f" {fmt(st['call_cpu_ratio'], 2)}x (target <= 1.10x, {'met' if st['call_cpu_ratio'] <= 1.1 else 'MISSED'});"
+          f" wall {fmt(st['call_ratio_median_pair'], 2)}x (median pair)")
+    print(f"  throughput: {fmt(st['on_events_per_s'], 0)}/s on, {fmt(st['off_events_per_s'], 0)}/s off:"
+          f" {fmt(st['throughput_ratio_median_pair'], 2)}x median pair (target >= 0.80x,"
+          f" {'met' if st['throughput_ratio_median_pair'] >= 0.8 else 'MISSED'})")
+    print(f"  drain of 10,000 stored events: {fmt(st['drain_events_per_s'], 0)}/s, {fmt(st['drain_ratio'], 2)}x one in-memory burst"
+          f" (target >= 1.00x, {'met' if st['drain_ratio'] >= 1.0 else 'MISSED'});"
+          f" plain SQLite loop {fmt(st['sqlite_loop_cpu_us_per_event'], 1)} us CPU per event")
+
 parts = load("transport-parts.json")
 if parts:
     p = parts[0]
