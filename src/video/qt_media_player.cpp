@@ -5,6 +5,7 @@
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
+#include <QQuickWindow>
 #include <exception>
 #include <string>
 #include <vector>
@@ -98,6 +99,23 @@ QQuickItem* makeOutputItem() {
   return item;
 }
 
+// A hidden item in `window` where idle output items wait. An output that stays in its
+// window keeps its renderer: taken into the next view in the same window, it switches
+// nothing. Each change of window makes Qt's sink build a new renderer, and a renderer
+// that could not start (its start waits for this thread, which may be busy) is what
+// GStreamer finds in its ready state when it is disposed.
+QQuickItem* parkingIn(QQuickWindow* window) {
+  QQuickItem* content = window->contentItem();
+  const QString name = QStringLiteral("tavikIdleVideoOutputs");
+  if (auto* found = content->findChild<QQuickItem*>(name, Qt::FindDirectChildrenOnly)) {
+    return found;
+  }
+  auto* parking = new QQuickItem(content);
+  parking->setObjectName(name);
+  parking->setVisible(false);
+  return parking;
+}
+
 }  // namespace
 
 std::unique_ptr<QtMediaPlayer> QtMediaPlayer::take() {
@@ -179,10 +197,14 @@ void QtMediaPlayer::bringDown() {
   error_.clear();
   player_.stop();
   player_.setSource(QUrl());
-  // The pipeline is in its null state: the output item may leave its view and window
-  // now. Its sink stays attached; an output lent by someone else is given back to them.
+  // The pipeline is in its null state: the output item may leave its view now, hidden in
+  // the same window (or in none, if its view had none). Its sink stays attached; an
+  // output lent by someone else is given back to them.
   if (player_.videoOutput() != output_.item.data()) player_.setVideoOutput(output_.item.data());
-  if (QQuickItem* item = output_.item) item->setParentItem(nullptr);
+  if (QQuickItem* item = output_.item) {
+    QQuickWindow* window = item->window();
+    item->setParentItem(window ? parkingIn(window) : nullptr);
+  }
   // Nobody listens any more: the state is reset without a word.
   status_ = Status::unknown;
   playing_ = false;

@@ -32,8 +32,9 @@ namespace tavik::quick {
 /// view asks for it and attached to the pipeline for the player's whole life: the video
 /// sink is never detached while its pipeline may still change it, and the output, which
 /// costs tens of milliseconds to build, is built once per player rather than once per
-/// view. A view borrows it (`outputItem()`), and `giveBack()` takes it out of the view's
-/// window after the pipeline is down.
+/// view. A view borrows it (`outputItem()`), and `giveBack()` takes it out of the view
+/// after the pipeline is down, into a hidden item of the same window, so that the next
+/// view in that window takes it without a change of renderer.
 class QtMediaPlayer final : public MediaPlayer {
   Q_OBJECT
 

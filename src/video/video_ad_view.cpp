@@ -111,19 +111,28 @@ void VideoAdViewBase::releasePlayer(bool notify) {
   if (!manager_) return;
   // The manager gives its player back, which brings the pipeline down to its null state
   // (no source) and then takes the output item out of this view. The sink stays attached
-  // to its pipeline throughout: whatever renderer the output's leaving makes it use is
-  // taken down with the pipeline next time, and never disposed while still ready.
+  // to its pipeline throughout.
   MediaPlayer* player = manager_->player();
   QObject::disconnect(player, nullptr, this, nullptr);
   player->pause();
   const bool hadOutput = !videoOutput_.isNull();
-  videoOutput_ = nullptr;
   delete manager_;
+  videoOutput_ = nullptr;
   manager_ = nullptr;
   if (!notify) return;
   if (hadOutput) Q_EMIT videoOutputChanged();
   Q_EMIT videoManagerChanged();
   Q_EMIT playingChanged();
+}
+
+void VideoAdViewBase::releasePlayersIn(QQuickItem* root) {
+  if (!root) return;
+  if (auto* view = qobject_cast<VideoAdViewBase*>(root); view && view->manager_) {
+    view->disappear();
+    view->releasePlayer();
+  }
+  const QList<QQuickItem*> children = root->childItems();
+  for (QQuickItem* child : children) releasePlayersIn(child);
 }
 
 bool VideoAdViewBase::playing() const {

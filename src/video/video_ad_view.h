@@ -71,6 +71,11 @@ class VideoAdViewBase : public QQuickItem {
   /// Whether the video is playing now (loaded, not paused).
   bool playing() const;
 
+  /// Every video view in `root`'s tree (`root` included) gives its player up now; for an
+  /// overlay about to leave its window, so that the players' outputs wait in the window
+  /// they drew in. A view shown again makes a new player.
+  static void releasePlayersIn(QQuickItem* root);
+
  Q_SIGNALS:
   void configChanged();
   void cliUbidChanged();

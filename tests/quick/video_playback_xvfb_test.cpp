@@ -430,8 +430,9 @@ TEST(VideoPlaybackXvfbTest, ShowAdBuildsNoVideoOutputAndTheOutputTravelsWithItsP
     outputsSeen.insert(output);
     delete banner;
     ASSERT_TRUE(output) << "the output goes back with its player, not with the view";
-    EXPECT_EQ(output->parentItem(), nullptr);
-    EXPECT_EQ(output->window(), nullptr);
+    // Out of the view: hidden in the window it drew in, or in no window when the view
+    // went with an ancestor (which leaves the window before anything inside is told).
+    EXPECT_TRUE(output->window() == nullptr || !output->isVisible());
     drainDeletes(10);
   }
   // One player at a time: the same one, with the same output, every time.
