@@ -123,4 +123,13 @@ class QtMediaPlayer final : public MediaPlayer {
   bool playing_ = false;
 };
 
+namespace detail {
+
+/// The player a `VideoPlayerManager` made without one of its own would get: the installed
+/// factory's, or one from the pool. For a view that prepares the player (its output) before
+/// the manager gives it its source.
+std::unique_ptr<MediaPlayer> makeMediaPlayer();
+
+}  // namespace detail
+
 }  // namespace tavik::quick

@@ -84,27 +84,31 @@ void VideoAdViewBase::itemChange(ItemChange change, const ItemChangeData& value)
 }
 
 void VideoAdViewBase::makeManager() {
+  std::unique_ptr<MediaPlayer> player = detail::makeMediaPlayer();
+  // The output comes into the view before the manager gives the player its source: it may
+  // come from another window (or none), and it never changes window with its pipeline up.
+  borrowOutput(player.get());
   // Without an SDK configuration the video still plays; its events have nowhere to go
   // and are dropped by the registrar.
   manager_ = new VideoPlayerManager(config_.config().value_or(Config{}), cliUbid_.toStdString(),
                                     uclid_.toStdString(), url_.toStdString(),
-                                    progressTrackInterval_, nullptr, this);
+                                    progressTrackInterval_, std::move(player), this);
   connect(manager_->player(), &MediaPlayer::playingChanged, this, &VideoAdViewBase::playingChanged);
-  borrowOutput();
+  if (videoOutput_) Q_EMIT videoOutputChanged();
   Q_EMIT videoManagerChanged();
 }
 
-void VideoAdViewBase::borrowOutput() {
-  auto* player = qobject_cast<QtMediaPlayer*>(manager_->player());
-  QQuickItem* output = player ? player->outputItem() : nullptr;
+void VideoAdViewBase::borrowOutput(MediaPlayer* player) {
+  auto* qtPlayer = qobject_cast<QtMediaPlayer*>(player);
+  QQuickItem* output = qtPlayer ? qtPlayer->outputItem() : nullptr;
   if (!output) return;
   const QList<QQuickItem*> children = childItems();
   output->setParentItem(this);
   if (!children.isEmpty()) output->stackBefore(children.first());
   output->setPosition(QPointF(0, 0));
   output->setSize(size());
+  output->setVisible(true);
   videoOutput_ = output;
-  Q_EMIT videoOutputChanged();
 }
 
 void VideoAdViewBase::releasePlayer(bool notify) {

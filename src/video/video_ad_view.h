@@ -97,8 +97,9 @@ class VideoAdViewBase : public QQuickItem {
   void appear();
   void disappear(bool notify = true);
   void makeManager();
-  // Takes the player's output item into the view, beneath anything else in it.
-  void borrowOutput();
+  // Takes `player`'s output item (a Qt player's) into the view, beneath anything else in
+  // it.
+  void borrowOutput(MediaPlayer* player);
   // Stops the player and gives it up with the manager; its output item leaves the view
   // once the pipeline is down.
   void releasePlayer(bool notify = true);
