@@ -20,7 +20,8 @@
 // the thread that pays for it. bench/views.sh builds and runs this under Xvfb; it never
 // fails on a figure, it prints each with its target and whether it was met.
 //
-//   tavik_bench_views [--cycles N] [--long-cycles N] [--flick-seconds S]
+//   tavik_bench_views [--cycles N] [--long-cycles N] [--flick-seconds S] [--figures 1,2,...]
+//     --figures  only these figures (1, 2, 3, 4; 1b and 3b-3c go with 1 and 3); all by default
 #include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -34,6 +35,8 @@
 #include <QQuickItem>
 #include <QQuickView>
 #include <QTemporaryDir>
+#include <QVideoFrame>
+#include <QVideoSink>
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -327,6 +330,15 @@ double cpuPerFrameMs(Stage& stage, const std::function<void(int)>& moveTo, doubl
   return (cpuSeconds() - cpu0) * 1000.0 / std::max(1L, frames);
 }
 
+// Whether a video output in `root`'s tree has received a picture (the next frame draws it).
+bool videoPictureIn(QQuickItem* root) {
+  if (auto* sink = root->property("videoSink").value<QVideoSink*>()) {
+    if (sink->videoFrame().isValid()) return true;
+  }
+  const auto children = root->childItems();
+  return std::any_of(children.begin(), children.end(), videoPictureIn);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -340,6 +352,11 @@ int main(int argc, char** argv) {
   const int cycles = option("--cycles", 1000);
   const int flickSeconds = option("--flick-seconds", 5);
   const int longCycles = option("--long-cycles", 5000);
+  const int figuresAt = args.indexOf("--figures");
+  const QStringList figures = figuresAt > 0 && figuresAt + 1 < args.size()
+                                  ? args[figuresAt + 1].split(QLatin1Char(','))
+                                  : QStringList{"1", "2", "3", "4"};
+  auto runs = [&](const char* figure) { return figures.contains(QLatin1String(figure)); };
 
   SandboxProcess sandbox;
   if (!sandbox.start()) {
@@ -376,7 +393,7 @@ int main(int argc, char** argv) {
               qPrintable(QGuiApplication::platformName()), cycles);
 
   // 1. Create to first frame.
-  {
+  if (runs("1")) {
     QQuickItem* warm = stage.create(kBannerQml, bannerProperties);  // downloads the creative
     spinUntil([&] { return imagesReady(warm); });
     delete warm;
@@ -389,7 +406,7 @@ int main(int argc, char** argv) {
 
   // 1b. An interstitial, creative cached: frames from showAd to the first frame that
   // shows its creative (1: the very first frame after the call), and the time to it.
-  {
+  if (runs("1")) {
     auto interstitials = quick::views(sdk).interstitialAdView();
     auto* window = static_cast<InterstitialAdViewManager*>(interstitials.get())->customWindow.get();
     std::vector<double> frameCounts, times;
@@ -420,8 +437,47 @@ int main(int argc, char** argv) {
             "fr");
   }
 
+  // 1c. A picture in picture whose video is already on disk (shown before): frames from
+  // showAd to the first frame drawn after its video output received a picture, and the
+  // time to it.
+  if (runs("1") || runs("1c")) {
+    const long warningsBefore = warnings.count();
+    auto pips = quick::views(sdk).pipAdView();
+    auto* window = static_cast<PIPAdViewManager*>(pips.get())->customWindow.get();
+    std::vector<double> frameCounts, times;
+    int missing = 0;
+    for (int i = 0; i < 60; ++i) {
+      QElapsedTimer clock;
+      clock.start();
+      const long before = stage.frames();
+      pips->showAd(*video, {});
+      QQuickItem* layer = window->host();
+      const bool shown = spinUntil([&] { return layer && videoPictureIn(layer); }, 5000);
+      const long readyAt = stage.frames();
+      stage.nextFrame();
+      if (i >= 10) {
+        if (shown) {
+          frameCounts.push_back(double(readyAt - before + 1));
+          times.push_back(clock.nsecsElapsed() / 1e6);
+        } else {
+          ++missing;
+        }
+      }
+      window->dismiss();
+      stage.nextFrame();
+      drain(1);
+    }
+    drain(50);
+    std::printf(
+        "\n1c. picture in picture shown to its first video frame (video on disk): median %.0f "
+        "frame(s), worst %.0f; median %.1f ms, worst %.1f ms; %d of 50 never showed one\n",
+        percentile(frameCounts, 0.5), percentile(frameCounts, 1.0), percentile(times, 0.5),
+        percentile(times, 1.0), missing);
+    std::printf("  GStreamer warnings: %ld\n", warnings.count() - warningsBefore);
+  }
+
   // 2. UI-thread time of the entry points.
-  {
+  if (runs("2")) {
     std::printf("\n2. UI-thread time per call\n");
     const long warningsAtStart = warnings.count();
     Timing showAd, appearance, tap, mute, paging;
@@ -554,7 +610,7 @@ int main(int argc, char** argv) {
   }
 
   // 3. Flicking 100 cards.
-  {
+  if (runs("3")) {
     // Like for like: image cards against a list of Images (a video card builds a media
     // pipeline; the plain list has none).
     std::vector<BannerAd> images;
@@ -624,7 +680,7 @@ int main(int argc, char** argv) {
 
   // 3b. The visibility tracker's own cost: one pass over 100 registered ads, and what a
   // window in which nothing moves costs it.
-  {
+  if (runs("3")) {
     std::vector<QQuickItem*> live;
     for (int i = 0; i < 100; ++i) {
       QQuickItem* item = stage.create(kBannerQml, bannerProperties);
@@ -656,7 +712,7 @@ int main(int argc, char** argv) {
 
   // 3c. Flicking 100 video cards against a plain ListView whose delegates each hold a
   // MediaPlayer and a VideoOutput playing the same file (muted, looping).
-  {
+  if (runs("3")) {
     const long warningsBefore = warnings.count();
     BannerAd videoCard;
     for (const BannerAd& ad : *multi) {
@@ -715,7 +771,7 @@ int main(int argc, char** argv) {
   }
 
   // 4. Memory.
-  {
+  if (runs("4")) {
     std::printf("\n4. memory: resident-set growth from cycle 100 to cycle %d\n", cycles);
     auto cycle = [&](const char* name, int count, const std::function<void()>& once) {
       const long warningsBefore = warnings.count();

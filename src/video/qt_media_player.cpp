@@ -2,6 +2,10 @@
 
 #include <QCoreApplication>
 #include <QMetaObject>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
 #include <exception>
 #include <string>
 #include <vector>
@@ -35,11 +39,16 @@ bool isEmptyInlineResource(const QUrl& url) {
 
 namespace {
 
-// The idle players; destroyed with the application, before Qt Multimedia goes.
+// The idle players; destroyed with the application, before Qt Multimedia goes. The
+// output items are made by an engine of the pool's own, so that they do not depend on
+// the engine of the view that first borrowed them.
 struct Pool {
   std::vector<QtMediaPlayer*> idle;
   int created = 0;
+  int outputs = 0;
   bool cleanupRegistered = false;
+  QQmlEngine* engine = nullptr;
+  QQmlComponent* output = nullptr;
 };
 
 Pool& pool() {
@@ -48,9 +57,63 @@ Pool& pool() {
 }
 
 void destroyIdlePlayers() {
+  Pool& p = pool();
   std::vector<QtMediaPlayer*> idle;
-  idle.swap(pool().idle);
+  idle.swap(p.idle);
   for (QtMediaPlayer* player : idle) delete player;
+  // Output items still borrowed outlive the engine; they have no bindings that need it.
+  delete p.engine;
+  p.engine = nullptr;
+  p.output = nullptr;
+}
+
+void registerCleanup() {
+  Pool& p = pool();
+  if (p.cleanupRegistered) return;
+  p.cleanupRegistered = true;
+  qAddPostRoutine(destroyIdlePlayers);
+}
+
+// A new `VideoOutput`, the frames fitted without distortion; null if Qt Multimedia's QML
+// module cannot be loaded.
+QQuickItem* makeOutputItem() {
+  Pool& p = pool();
+  if (!p.engine) {
+    registerCleanup();
+    p.engine = new QQmlEngine;
+    p.output = new QQmlComponent(p.engine, p.engine);
+    p.output->setData(
+        "import QtMultimedia\nVideoOutput { fillMode: VideoOutput.PreserveAspectFit }\n",
+        QUrl(QStringLiteral("qrc:/tavik/video/PooledVideoOutput.qml")));
+  }
+  QObject* object = p.output->create();
+  auto* item = qobject_cast<QQuickItem*>(object);
+  if (!item) {
+    qWarning("tavik: cannot make a video output: %s", qPrintable(p.output->errorString()));
+    delete object;
+    return nullptr;
+  }
+  QQmlEngine::setObjectOwnership(item, QQmlEngine::CppOwnership);
+  item->setObjectName(QStringLiteral("videoOutput"));
+  ++p.outputs;
+  return item;
+}
+
+// A hidden item in `window` where idle output items wait. An output that stays in its
+// window keeps its renderer: taken into the next view in the same window, it switches
+// nothing. Each change of window makes Qt's sink build a new renderer, and a renderer
+// that could not start (its start waits for this thread, which may be busy) is what
+// GStreamer finds in its ready state when it is disposed.
+QQuickItem* parkingIn(QQuickWindow* window) {
+  QQuickItem* content = window->contentItem();
+  const QString name = QStringLiteral("tavikIdleVideoOutputs");
+  if (auto* found = content->findChild<QQuickItem*>(name, Qt::FindDirectChildrenOnly)) {
+    return found;
+  }
+  auto* parking = new QQuickItem(content);
+  parking->setObjectName(name);
+  parking->setVisible(false);
+  return parking;
 }
 
 }  // namespace
@@ -78,10 +141,7 @@ void QtMediaPlayer::giveBack(QtMediaPlayer* player) {
     delete player;
     return;
   }
-  if (!p.cleanupRegistered) {
-    p.cleanupRegistered = true;
-    qAddPostRoutine(destroyIdlePlayers);
-  }
+  registerCleanup();
   p.idle.push_back(player);
 }
 
@@ -91,6 +151,14 @@ int QtMediaPlayer::idleCount() {
 
 int QtMediaPlayer::createdCount() {
   return pool().created;
+}
+
+int QtMediaPlayer::outputsCreatedCount() {
+  return pool().outputs;
+}
+
+QtMediaPlayer::OwnedItem::~OwnedItem() {
+  delete item.data();
 }
 
 QtMediaPlayer::QtMediaPlayer(QObject* parent) : MediaPlayer(parent) {
@@ -109,6 +177,9 @@ QtMediaPlayer::~QtMediaPlayer() {
   QObject::disconnect(&player_, nullptr, this, nullptr);
   QObject::disconnect(&audio_, nullptr, this, nullptr);
   bringDown();
+  // Then `player_` goes, taking every element of its pipeline to the null state (the
+  // video sink too, whichever state its last renderer change left it in), and only then
+  // the output item with its sink.
 }
 
 void QtMediaPlayer::bringDown() {
@@ -126,7 +197,14 @@ void QtMediaPlayer::bringDown() {
   error_.clear();
   player_.stop();
   player_.setSource(QUrl());
-  player_.setVideoOutput(nullptr);
+  // The pipeline is in its null state: the output item may leave its view now, hidden in
+  // the same window (or in none, if its view had none). Its sink stays attached; an
+  // output lent by someone else is given back to them.
+  if (player_.videoOutput() != output_.item.data()) player_.setVideoOutput(output_.item.data());
+  if (QQuickItem* item = output_.item) {
+    QQuickWindow* window = item->window();
+    item->setParentItem(window ? parkingIn(window) : nullptr);
+  }
   // Nobody listens any more: the state is reset without a word.
   status_ = Status::unknown;
   playing_ = false;
@@ -223,7 +301,15 @@ std::optional<double> QtMediaPlayer::duration() const {
 }
 
 void QtMediaPlayer::setVideoOutput(QObject* output) {
-  player_.setVideoOutput(output);
+  player_.setVideoOutput(output ? output : output_.item.data());
+}
+
+QQuickItem* QtMediaPlayer::outputItem() {
+  if (!output_.item) {
+    output_.item = makeOutputItem();
+    if (output_.item) player_.setVideoOutput(output_.item.data());
+  }
+  return output_.item;
 }
 
 void QtMediaPlayer::onMediaStatus(QMediaPlayer::MediaStatus status) {

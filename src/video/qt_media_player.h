@@ -2,6 +2,7 @@
 
 #include <QAudioOutput>
 #include <QMediaPlayer>
+#include <QPointer>
 #include <QString>
 #include <QUrl>
 #include <cstdint>
@@ -9,6 +10,8 @@
 
 #include "tavik/video/media_player.h"
 #include "views/creative_store.h"
+
+class QQuickItem;
 
 namespace tavik::quick {
 
@@ -21,9 +24,17 @@ namespace tavik::quick {
 /// `failed`.
 ///
 /// Players are reused: `take()` hands out an idle one (or a new one) and `giveBack()`
-/// brings a player down to GStreamer's null state, empty and drawing nowhere, and keeps a
-/// few of them for the next view. A GStreamer pipeline is costly to build, and each one
-/// torn down is a chance for its elements to be disposed in the wrong state.
+/// brings a player down to GStreamer's null state, empty, and keeps a few of them for the
+/// next view. A GStreamer pipeline is costly to build, and each one torn down is a chance
+/// for its elements to be disposed in the wrong state.
+///
+/// Each player has its own video output item (a QML `VideoOutput`), made the first time a
+/// view asks for it and attached to the pipeline for the player's whole life: the video
+/// sink is never detached while its pipeline may still change it, and the output, which
+/// costs tens of milliseconds to build, is built once per player rather than once per
+/// view. A view borrows it (`outputItem()`), and `giveBack()` takes it out of the view
+/// after the pipeline is down, into a hidden item of the same window, so that the next
+/// view in that window takes it without a change of renderer.
 class QtMediaPlayer final : public MediaPlayer {
   Q_OBJECT
 
@@ -56,7 +67,18 @@ class QtMediaPlayer final : public MediaPlayer {
   std::optional<double> duration() const override;
   Status status() const override { return status_; }
   QString errorString() const override { return error_; }
+  /// Draws into `output` instead of this player's own output item (nullptr: back to its
+  /// own item, or nowhere if it has none yet).
   void setVideoOutput(QObject* output) override;
+
+  /// This player's own output item, made on first use and attached for life; it draws
+  /// nowhere until a view takes it into its tree. Owned by the player: a borrower
+  /// reparents it, never deletes it. Application thread only.
+  QQuickItem* outputItem();
+  /// Whether the output item exists (a player handed out again keeps the one it had).
+  bool hasOutputItem() const { return !output_.item.isNull(); }
+  /// Output items made since the process started.
+  static int outputsCreatedCount();
 
  private:
   // Down to the null state with no source, then no output: a sink let go while the
@@ -70,8 +92,16 @@ class QtMediaPlayer final : public MediaPlayer {
   void setStatus(Status status);
   void updatePlaying();
 
-  // The audio output goes after the player that refers to it.
+  // The audio output and the video output item go after the player that refers to them:
+  // the player's own destruction brings its whole pipeline, the video sink included, to
+  // the null state before the sink is disposed with its item.
   QAudioOutput audio_;
+  // The output item, deleted with its holder (unless someone deleted it already).
+  struct OwnedItem {
+    QPointer<QQuickItem> item;
+    ~OwnedItem();
+  };
+  OwnedItem output_;
   QMediaPlayer player_;
   QUrl source_;
   // The file or resource in `player_` (an https video once downloaded).
@@ -92,5 +122,14 @@ class QtMediaPlayer final : public MediaPlayer {
   QString error_;
   bool playing_ = false;
 };
+
+namespace detail {
+
+/// The player a `VideoPlayerManager` made without one of its own would get: the installed
+/// factory's, or one from the pool. For a view that prepares the player (its output) before
+/// the manager gives it its source.
+std::unique_ptr<MediaPlayer> makeMediaPlayer();
+
+}  // namespace detail
 
 }  // namespace tavik::quick

@@ -2,6 +2,7 @@
 
 #include "tavik/core/tavik.h"
 #include "tavik/video/media_player.h"
+#include "video/qt_media_player.h"
 #include "views/appearance.h"
 
 namespace tavik::quick {
@@ -23,7 +24,7 @@ VideoAdViewBase::~VideoAdViewBase() {
   delete appearance_;
   appearance_ = nullptr;
   disappear(/*notify=*/false);
-  releasePlayer();
+  releasePlayer(/*notify=*/false);
 }
 
 void VideoAdViewBase::setConfig(const QmlConfig& config) {
@@ -56,13 +57,6 @@ void VideoAdViewBase::setProgressTrackInterval(int seconds) {
   Q_EMIT progressTrackIntervalChanged();
 }
 
-void VideoAdViewBase::setVideoOutput(QObject* output) {
-  if (output == videoOutput_) return;
-  videoOutput_ = output;
-  if (manager_) manager_->player()->setVideoOutput(output);
-  Q_EMIT videoOutputChanged();
-}
-
 void VideoAdViewBase::componentComplete() {
   QQuickItem::componentComplete();
   appearance_ = new AdAppearance(this);
@@ -73,32 +67,76 @@ void VideoAdViewBase::componentComplete() {
   setOnScreen(appearance_->onScreen());
 }
 
+void VideoAdViewBase::geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) {
+  QQuickItem::geometryChange(newGeometry, oldGeometry);
+  if (videoOutput_) videoOutput_->setSize(newGeometry.size());
+}
+
+void VideoAdViewBase::itemChange(ItemChange change, const ItemChangeData& value) {
+  QQuickItem::itemChange(change, value);
+  // Out of its window (an overlay dismissed, a view taken out of the scene), the view
+  // can show nothing: its player goes back now rather than when the view is deleted,
+  // which may be much later. A view shown again makes a new one.
+  if (change == ItemSceneChange && !value.window && manager_) {
+    disappear();
+    releasePlayer();
+  }
+}
+
 void VideoAdViewBase::makeManager() {
+  std::unique_ptr<MediaPlayer> player = detail::makeMediaPlayer();
+  // The output comes into the view before the manager gives the player its source: it may
+  // come from another window (or none), and it never changes window with its pipeline up.
+  borrowOutput(player.get());
   // Without an SDK configuration the video still plays; its events have nowhere to go
   // and are dropped by the registrar.
   manager_ = new VideoPlayerManager(config_.config().value_or(Config{}), cliUbid_.toStdString(),
                                     uclid_.toStdString(), url_.toStdString(),
-                                    progressTrackInterval_, nullptr, this);
-  if (videoOutput_) manager_->player()->setVideoOutput(videoOutput_);
+                                    progressTrackInterval_, std::move(player), this);
   connect(manager_->player(), &MediaPlayer::playingChanged, this, &VideoAdViewBase::playingChanged);
+  if (videoOutput_) Q_EMIT videoOutputChanged();
   Q_EMIT videoManagerChanged();
 }
 
-void VideoAdViewBase::releasePlayer() {
+void VideoAdViewBase::borrowOutput(MediaPlayer* player) {
+  auto* qtPlayer = qobject_cast<QtMediaPlayer*>(player);
+  QQuickItem* output = qtPlayer ? qtPlayer->outputItem() : nullptr;
+  if (!output) return;
+  const QList<QQuickItem*> children = childItems();
+  output->setParentItem(this);
+  if (!children.isEmpty()) output->stackBefore(children.first());
+  output->setPosition(QPointF(0, 0));
+  output->setSize(size());
+  output->setVisible(true);
+  videoOutput_ = output;
+}
+
+void VideoAdViewBase::releasePlayer(bool notify) {
   if (!manager_) return;
-  // In this order: the pipeline down to its null state (no source); then the frames'
-  // output, which detaches its sink from the pipeline as it goes, after any last change of
-  // its renderer, so the sink ends in the null state too; then the manager, which gives
-  // its player back. A sink detached first and changed afterwards (the output leaving its
-  // window swaps its renderer) is left in its ready state, and GStreamer complains when it
-  // is disposed there.
+  // The manager gives its player back, which brings the pipeline down to its null state
+  // (no source) and then takes the output item out of this view. The sink stays attached
+  // to its pipeline throughout.
   MediaPlayer* player = manager_->player();
   QObject::disconnect(player, nullptr, this, nullptr);
   player->pause();
-  player->setSource(QUrl());
-  delete videoOutput_.data();
+  const bool hadOutput = !videoOutput_.isNull();
   delete manager_;
+  videoOutput_ = nullptr;
   manager_ = nullptr;
+  if (!notify) return;
+  if (hadOutput) Q_EMIT videoOutputChanged();
+  Q_EMIT videoManagerChanged();
+  Q_EMIT playingChanged();
+}
+
+void VideoAdViewBase::releasePlayersIn(QQuickItem* root) {
+  if (!root) return;
+  if (auto* view = qobject_cast<VideoAdViewBase*>(root); view && view->manager_) {
+    view->disappear();
+    view->releasePlayer();
+  }
+  const QList<QQuickItem*> children = root->childItems();
+  for (QQuickItem* child : children) releasePlayersIn(child);
 }
 
 bool VideoAdViewBase::playing() const {

@@ -21,8 +21,14 @@ class AdAppearance;
 /// Each time the view comes on screen it starts progress tracking and looping and plays;
 /// each time it leaves the screen (hidden, scrolled away, its window hidden, or
 /// destroyed) it pauses and cleans the manager up. The video starts muted and loops.
-/// Destroyed, the view brings its player down (no source) before the frames' output item
-/// goes, and the output before the player; the player returns to a small pool.
+///
+/// The frames are drawn by the player's own output item (a `VideoOutput` attached to its
+/// pipeline for the player's life, see `QtMediaPlayer`), which the view takes into its
+/// tree, filling it, while it has the player. The view builds no output of its own, so
+/// making one costs no more than any other item. Destroyed or taken out of its window (an
+/// overlay dismissed), the view gives its player up at once: the pipeline is brought
+/// down to its null state, the output item leaves the view, and the player with its
+/// output returns to a small pool.
 class VideoAdViewBase : public QQuickItem {
   Q_OBJECT
   QML_ELEMENT
@@ -33,7 +39,7 @@ class VideoAdViewBase : public QQuickItem {
   Q_PROPERTY(int progressTrackInterval READ progressTrackInterval WRITE setProgressTrackInterval
                  NOTIFY progressTrackIntervalChanged)
   Q_PROPERTY(tavik::VideoPlayerManager* videoManager READ videoManager NOTIFY videoManagerChanged)
-  Q_PROPERTY(QObject* videoOutput READ videoOutput WRITE setVideoOutput NOTIFY videoOutputChanged)
+  Q_PROPERTY(QQuickItem* videoOutput READ videoOutput NOTIFY videoOutputChanged)
   Q_PROPERTY(bool active READ active NOTIFY activeChanged)
   Q_PROPERTY(bool playing READ playing NOTIFY playingChanged)
 
@@ -57,13 +63,18 @@ class VideoAdViewBase : public QQuickItem {
 
   /// Null until the view has first been on screen.
   VideoPlayerManager* videoManager() const { return manager_; }
-  /// The item frames are drawn into (the QML `VideoOutput`).
-  QObject* videoOutput() const { return videoOutput_; }
-  void setVideoOutput(QObject* output);
+  /// The item frames are drawn into, a child of the view while it has a Qt Multimedia
+  /// player; null before, after and with any other player.
+  QQuickItem* videoOutput() const { return videoOutput_; }
   /// True while the view is on screen and its video plays.
   bool active() const { return active_; }
   /// Whether the video is playing now (loaded, not paused).
   bool playing() const;
+
+  /// Every video view in `root`'s tree (`root` included) gives its player up now; for an
+  /// overlay about to leave its window, so that the players' outputs wait in the window
+  /// they drew in. A view shown again makes a new player.
+  static void releasePlayersIn(QQuickItem* root);
 
  Q_SIGNALS:
   void configChanged();
@@ -78,15 +89,20 @@ class VideoAdViewBase : public QQuickItem {
 
  protected:
   void componentComplete() override;
+  void geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) override;
+  void itemChange(ItemChange change, const ItemChangeData& value) override;
 
  private:
   void setOnScreen(bool onScreen);
   void appear();
   void disappear(bool notify = true);
   void makeManager();
-  // Stops the player, destroys the frames' output and gives the player up with the
-  // manager.
-  void releasePlayer();
+  // Takes `player`'s output item (a Qt player's) into the view, beneath anything else in
+  // it.
+  void borrowOutput(MediaPlayer* player);
+  // Stops the player and gives it up with the manager; its output item leaves the view
+  // once the pipeline is down.
+  void releasePlayer(bool notify = true);
 
   QmlConfig config_;
   QString cliUbid_;
@@ -94,7 +110,7 @@ class VideoAdViewBase : public QQuickItem {
   QString url_;
   int progressTrackInterval_ = kDefaultProgressTrackInterval;
   VideoPlayerManager* manager_ = nullptr;  // a child of the view
-  QPointer<QObject> videoOutput_;
+  QPointer<QQuickItem> videoOutput_;
   AdAppearance* appearance_ = nullptr;
   bool active_ = false;
 };

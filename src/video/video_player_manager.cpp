@@ -46,6 +46,14 @@ VideoPlayerManager::PlayerStatus published(MediaPlayer::Status status) {
 
 }  // namespace
 
+namespace quick::detail {
+
+std::unique_ptr<MediaPlayer> makeMediaPlayer() {
+  return makePlayer();
+}
+
+}  // namespace quick::detail
+
 VideoPlayerManager::VideoPlayerManager(Config config, std::string cliUbid, std::string uclid,
                                        const std::string& url, int progressTrackInterval,
                                        std::unique_ptr<MediaPlayer> player, QObject* parent)

@@ -1,6 +1,7 @@
 #include "views/banner_ad_item.h"
 
 #include "tavik/core/tavik.h"
+#include "video/video_ad_view.h"
 #include "views/appearance.h"
 #include "views/media_support.h"
 #include "views/view_events.h"
@@ -43,6 +44,10 @@ BannerAdViewBase::~BannerAdViewBase() {
   // The appearance would otherwise outlive this part of the object while the item tears
   // down its window.
   delete appearance_;
+  // A video inside gives its player up while the banner is still in its window: the item
+  // leaves the window next, and a video output leaving it with its pipeline still up
+  // makes Qt's sink switch renderers mid-stream.
+  VideoAdViewBase::releasePlayersIn(this);
 }
 
 void BannerAdViewBase::componentComplete() {

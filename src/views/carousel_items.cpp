@@ -1,12 +1,19 @@
 #include "views/carousel_items.h"
 
 #include "tavik/core/tavik.h"
+#include "video/video_ad_view.h"
 #include "views/appearance.h"
 #include "views/banner_ad_item.h"
 #include "views/media_support.h"
 #include "views/view_events.h"
 
 namespace tavik::quick {
+
+CarouselStripBase::~CarouselStripBase() {
+  // The video cards give their players up while the strip is still in its window (see
+  // BannerAdViewBase's destructor).
+  VideoAdViewBase::releasePlayersIn(this);
+}
 
 CarouselStripBase::CarouselStripBase(QQuickItem* parent) : QQuickItem(parent) {
   if (const TAVIK* sdk = TAVIK::installed()) config_ = QmlConfig(sdk->config());

@@ -42,6 +42,7 @@ class CarouselStripBase : public QQuickItem {
 
  public:
   explicit CarouselStripBase(QQuickItem* parent = nullptr);
+  ~CarouselStripBase() override;
 
   QmlConfig config() const { return config_; }
   void setConfig(const QmlConfig& config);

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "tavik/core/tavik.h"
+#include "video/video_ad_view.h"
 #include "views/view_factory.h"
 #include "views/view_logic.h"
 
@@ -190,6 +191,9 @@ void CustomWindow::dismiss() {
     QQuickItem* host = host_;
     host_ = nullptr;
     host->setVisible(false);
+    // The videos' players go back before the layer leaves its window, not when it is
+    // deleted, and their outputs wait in the window they drew in.
+    quick::VideoAdViewBase::releasePlayersIn(host);
     host->setParentItem(nullptr);
     // Later, so a close button may dismiss from inside its own handler.
     host->deleteLater();

@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "support/sandbox_fixture.h"
@@ -225,6 +226,18 @@ std::vector<VideoPlayerManager*> managersIn(QQuickItem* root) {
   return found;
 }
 
+// The video output items in `root`'s tree (items with a video sink).
+void collectVideoOutputs(QQuickItem* item, std::vector<QQuickItem*>& found) {
+  if (item->metaObject()->indexOfProperty("videoSink") >= 0) found.push_back(item);
+  for (QQuickItem* child : item->childItems()) collectVideoOutputs(child, found);
+}
+
+std::vector<QQuickItem*> findVideoOutputs(QQuickItem* root) {
+  std::vector<QQuickItem*> found;
+  if (root) collectVideoOutputs(root, found);
+  return found;
+}
+
 bool anyPlaying(QQuickItem* root) {
   for (VideoPlayerManager* manager : managersIn(root)) {
     if (manager->player()->isPlaying()) return true;
@@ -386,5 +399,139 @@ TEST(VideoPlaybackXvfbTest, CreateAndDestroyCyclesLeaveGStreamerQuiet) {
   spinUntil([] { return false; }, 300);
   const std::string printed = capture.take();
   EXPECT_GE(played, 25);
+  EXPECT_EQ(gstreamerComplaints(printed), 0) << printed.substr(0, 2000);
+}
+
+// The players' output items are built once each and travel with their players: showing
+// a video ad builds none, the view draws through its player's own output while it plays,
+// and a view gone gives the output back with the player, out of every window.
+TEST(VideoPlaybackXvfbTest, ShowAdBuildsNoVideoOutputAndTheOutputTravelsWithItsPlayer) {
+  env();  // the SDK, installed with the sandbox
+  Host host;
+  const BannerAd video = sandboxAd("au_video_banner");
+  auto banners = quick::views(TAVIK::shared()).bannerAdView();
+  QQuickItem* parent = host.view.rootObject();
+  StderrCapture capture;
+  std::set<QQuickItem*> outputsSeen;
+  for (int cycle = 0; cycle < 8; ++cycle) {
+    const int outputsBefore = quick::QtMediaPlayer::outputsCreatedCount();
+    QPointer<QQuickItem> banner = banners->showAd(video, {}, parent);
+    ASSERT_TRUE(banner);
+    EXPECT_EQ(quick::QtMediaPlayer::outputsCreatedCount(), outputsBefore) << cycle;
+    EXPECT_TRUE(findVideoOutputs(banner).empty()) << "nothing to draw before a player";
+    ASSERT_TRUE(spinUntil([&] { return anyPlaying(banner); }, 5000)) << cycle;
+    const std::vector<QQuickItem*> outputs = findVideoOutputs(banner);
+    ASSERT_EQ(outputs.size(), 1u) << cycle;
+    QPointer<QQuickItem> output = outputs.front();
+    QQuickItem* view = output->parentItem();
+    ASSERT_TRUE(view);
+    EXPECT_EQ(output->size(), view->size()) << "the output fills its view";
+    EXPECT_EQ(view->property("videoOutput").value<QQuickItem*>(), output.data());
+    outputsSeen.insert(output);
+    delete banner;
+    ASSERT_TRUE(output) << "the output goes back with its player, not with the view";
+    // Out of the view: hidden in the window it drew in, or in no window when the view
+    // went with an ancestor (which leaves the window before anything inside is told).
+    EXPECT_TRUE(output->window() == nullptr || !output->isVisible());
+    drainDeletes(10);
+  }
+  // One player at a time: the same one, with the same output, every time.
+  EXPECT_EQ(outputsSeen.size(), 1u);
+  drainDeletes(200);
+  const std::string printed = capture.take();
+  EXPECT_EQ(gstreamerComplaints(printed), 0) << printed.substr(0, 2000);
+}
+
+// Views destroyed within a frame or two of being made, while their pipelines still start
+// up (the output's first frame and the renderer it then switches to included): nothing is
+// disposed in the wrong state. And more players live at once than the pool keeps: those
+// destroyed on their way back come down quietly too.
+TEST(VideoPlaybackXvfbTest, ViewsDestroyedRightAfterTheyAreMadeLeaveGStreamerQuiet) {
+  env();  // the SDK, installed with the sandbox
+  Host host;
+  const BannerAd video = sandboxAd("au_video_banner");
+  auto banners = quick::views(TAVIK::shared()).bannerAdView();
+  auto pips = quick::views(TAVIK::shared()).pipAdView();
+  auto* pipWindow = static_cast<PIPAdViewManager*>(pips.get())->customWindow.get();
+  QQuickItem* parent = host.view.rootObject();
+  auto nextFrame = [&] {
+    bool swapped = false;
+    auto connection =
+        QObject::connect(&host.view, &QQuickWindow::frameSwapped, [&] { swapped = true; });
+    host.view.update();
+    spinUntil([&] { return swapped; }, 1000);
+    QObject::disconnect(connection);
+  };
+  StderrCapture capture;
+  int withPlayer = 0;
+  for (int cycle = 0; cycle < 60; ++cycle) {
+    QPointer<QQuickItem> banner = banners->showAd(video, {}, parent);
+    for (int frame = 0; frame < cycle % 4; ++frame) nextFrame();
+    if (banner && !findVideoOutputs(banner).empty()) ++withPlayer;
+    delete banner;
+    pips->showAd(video, {});
+    for (int frame = 0; frame < (cycle + 1) % 3; ++frame) nextFrame();
+    pipWindow->dismiss();
+    drainDeletes(cycle % 5 == 0 ? 20 : 0);
+  }
+  // Six banners playing at once, then all destroyed: two more players than the pool keeps.
+  const int keep = quick::QtMediaPlayer::kPoolSize + 2;
+  std::vector<QPointer<QQuickItem>> live;
+  for (int i = 0; i < keep; ++i) {
+    live.emplace_back(banners->showAd(video, {}, parent));
+    live.back()->setY(i * 60);
+  }
+  spinUntil(
+      [&] {
+        return std::all_of(live.begin(), live.end(),
+                           [](const QPointer<QQuickItem>& item) { return anyPlaying(item); });
+      },
+      8000);
+  for (auto& item : live) delete item.data();
+  EXPECT_LE(quick::QtMediaPlayer::idleCount(), quick::QtMediaPlayer::kPoolSize);
+  drainDeletes(300);
+  const std::string printed = capture.take();
+  EXPECT_GT(withPlayer, 10) << "most views lived long enough to take a player";
+  EXPECT_EQ(gstreamerComplaints(printed), 0) << printed.substr(0, 2000);
+}
+
+// A dismissed overlay gives its player back at once, not when the overlay's item is
+// finally deleted: its video stops, and the player is idle in the pool again.
+TEST(VideoPlaybackXvfbTest, ADismissedOverlayGivesItsPlayerBackAtDismiss) {
+  env();  // the SDK, installed with the sandbox
+  Host host;
+  const BannerAd video = sandboxAd("au_video_banner");
+  auto pips = quick::views(TAVIK::shared()).pipAdView();
+  auto interstitials = quick::views(TAVIK::shared()).interstitialAdView();
+  auto* pipWindow = static_cast<PIPAdViewManager*>(pips.get())->customWindow.get();
+  auto* interstitialWindow =
+      static_cast<InterstitialAdViewManager*>(interstitials.get())->customWindow.get();
+  StderrCapture capture;
+  for (CustomWindow* overlay : {pipWindow, interstitialWindow}) {
+    if (overlay == pipWindow) {
+      pips->showAd(video, {});
+    } else {
+      interstitials->showAd(video, {});
+    }
+    QPointer<QQuickItem> layer = overlay->host();
+    ASSERT_TRUE(layer);
+    ASSERT_TRUE(spinUntil([&] { return anyPlaying(layer); }, 5000));
+    QPointer<MediaPlayer> player = managersIn(layer).front()->player();
+    const int idleBefore = quick::QtMediaPlayer::idleCount();
+    overlay->dismiss();
+    // The layer waits for deferred deletion; its player does not.
+    ASSERT_TRUE(layer);
+    EXPECT_TRUE(managersIn(layer).empty());
+    ASSERT_TRUE(player);
+    EXPECT_FALSE(player->isPlaying());
+    EXPECT_TRUE(player->source().isEmpty());
+    EXPECT_EQ(player->parent(), nullptr) << "back in the pool";
+    EXPECT_EQ(quick::QtMediaPlayer::idleCount(),
+              std::min(idleBefore + 1, quick::QtMediaPlayer::kPoolSize));
+    drainDeletes(50);
+    EXPECT_FALSE(layer);
+  }
+  drainDeletes(200);
+  const std::string printed = capture.take();
   EXPECT_EQ(gstreamerComplaints(printed), 0) << printed.substr(0, 2000);
 }

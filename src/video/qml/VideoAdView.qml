@@ -1,9 +1,9 @@
 import QtQuick
-import QtMultimedia
 import Tavik
 
-// One video ad. The C++ base owns the player and decides when it plays; this file only
-// gives it somewhere to draw: the frames centred, fitted without distortion.
+// One video ad. The C++ base owns the player, decides when it plays and takes the
+// player's own video output into this item while it has the player (the frames centred,
+// fitted without distortion): this file only gives the view its place.
 //
 //   VideoAdView {
 //       width: 320; height: 180
@@ -12,16 +12,4 @@ import Tavik
 //       cliUbid: ad.cliUbid
 //   }
 VideoAdViewBase {
-    id: root
-
-    videoOutput: output
-
-    VideoOutput {
-        id: output
-        objectName: "videoOutput"
-        anchors.centerIn: parent
-        width: parent.width
-        height: parent.height
-        fillMode: VideoOutput.PreserveAspectFit
-    }
 }
