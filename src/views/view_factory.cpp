@@ -6,6 +6,7 @@
 #include <QQmlContext>
 #include <QQmlEngine>
 #include <QQuickItem>
+#include <QQuickWindow>
 
 #include "views/logging.h"
 
@@ -27,7 +28,67 @@ QQmlComponent* componentFor(QQmlEngine* engine, const QString& typeName) {
   return slot;
 }
 
+// A part's document, compiled once per engine; the document text is a literal, so its
+// address names it.
+QQmlComponent* partComponent(QQmlEngine* engine, const char* document) {
+  static QHash<QPair<QQmlEngine*, const char*>, QPointer<QQmlComponent>> components;
+  QPointer<QQmlComponent>& slot = components[{engine, document}];
+  if (!slot) {
+    slot = new QQmlComponent(engine, engine);
+    slot->setData(QByteArray(document), QUrl(QStringLiteral("qrc:/qt/qml/Tavik/ViewPart.qml")));
+  }
+  return slot;
+}
+
 }  // namespace
+
+QQuickItem* createPart(QQmlEngine* engine, QQmlContext* context, const char* document,
+                       const std::function<void(QQuickItem*)>& setUp) {
+  if (!engine) return nullptr;
+  QQmlComponent* component = partComponent(engine, document);
+  QObject* object = component->beginCreate(context ? context : engine->rootContext());
+  auto* item = qobject_cast<QQuickItem*>(object);
+  if (!item) {
+    delete object;
+    return nullptr;
+  }
+  QQmlEngine::setObjectOwnership(item, QQmlEngine::CppOwnership);
+  if (setUp) setUp(item);
+  component->completeCreate();
+  return item;
+}
+
+PartIncubator::PartIncubator(Callback setUp, Callback done)
+    : QQmlIncubator(Asynchronous), setUp_(std::move(setUp)), done_(std::move(done)) {}
+
+PartIncubator::~PartIncubator() {
+  // Stops an incubation in progress; the objects it made are owned by their parent.
+  clear();
+}
+
+bool PartIncubator::start(QQmlEngine* engine, QQmlContext* context, const char* document) {
+  if (!engine) return false;
+  QQmlComponent* component = partComponent(engine, document);
+  if (!component->isReady()) return false;
+  component->create(*this, context ? context : engine->rootContext());
+  return !isError();
+}
+
+void PartIncubator::setInitialState(QObject* object) {
+  QQmlEngine::setObjectOwnership(object, QQmlEngine::CppOwnership);
+  if (auto* item = qobject_cast<QQuickItem*>(object); item && setUp_) setUp_(item);
+}
+
+void PartIncubator::statusChanged(Status status) {
+  if (status != Ready || !done_) return;
+  if (auto* item = qobject_cast<QQuickItem*>(object())) done_(item);
+}
+
+void ensureIncubationController(QQmlEngine* engine, QQuickItem* anyItemOfTheWindow) {
+  if (!engine || engine->incubationController() || !anyItemOfTheWindow) return;
+  if (QQuickWindow* window = anyItemOfTheWindow->window())
+    engine->setIncubationController(window->incubationController());
+}
 
 QQuickItem* createViewItem(const QString& typeName, bool debug, QQuickItem* parent,
                            const std::function<void(QObject*)>& setUp) {
