@@ -24,8 +24,10 @@
 //
 // --figures runs only the figures listed, comma-separated: 1, 1b, 2, 3, 3b, 3c, 4 (all of
 // figure 4) and 4h (only figure 4's heap per live item). All of them by default.
-// --image-formats-only leaves the video formats out of figure 2 (showAd of the video
-// banner, the multi-ad strip with its video card and the picture in picture, and the mute
+// --heap-of QML adds figure 4's heap per live item of any snippet (given the banner's `ad`
+// property, so the snippet must have one; "\n" in it is a newline), for finding where an
+// item's heap goes. --image-formats-only leaves the video formats out of figure 2 (showAd of the
+// video banner, the multi-ad strip with its video card and the picture in picture, and the mute
 // toggle): their time is the media pipeline's.
 #include <malloc.h>
 #include <sys/resource.h>
@@ -832,6 +834,15 @@ int main(int argc, char** argv) {
                 imageKiB);
     verdict("   ratio BannerAdView / Image (heap)", imageKiB > 0 ? bannerKiB / imageKiB : 0.0, 2.0,
             "x");
+    // Any other snippet, for finding where an item's heap goes ("\n" stands for a newline).
+    for (int at = args.indexOf("--heap-of"); at > 0 && at + 1 < args.size();
+         at = args.indexOf("--heap-of", at + 1)) {
+      const QString qml =
+          QString(args[at + 1]).replace(QStringLiteral("\\n"), QStringLiteral("\n"));
+      perItemKiB(qml, bannerProperties);
+      std::printf("  heap per live item: %s %.1f KiB\n", qPrintable(args[at + 1]),
+                  perItemKiB(qml, bannerProperties));
+    }
   }
   std::printf("\nGStreamer warnings over the whole run: %ld\n", warnings.count());
   transport::shutdown();
