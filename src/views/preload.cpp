@@ -1,5 +1,7 @@
 #include "views/preload.h"
 
+#include <QCoreApplication>
+#include <QThread>
 #include <QThreadPool>
 #include <deque>
 #include <memory>
@@ -131,6 +133,13 @@ QImage PreloadedImageProvider::requestImage(const QString& id, QSize* size,
 Future<bool> preloadCreative(const BannerAd& ad) {
   const CreativeKind kind = creativeKind(ad);
   if (kind == CreativeKind::none || ad.elements.value.empty()) return Future<bool>::ready(false);
+  // The decoded picture is handed over only while the application is watched, which the
+  // first view starts; a preload may come before any view, so it starts it too when it
+  // is called on the application's thread.
+  if (QCoreApplication* app = QCoreApplication::instance();
+      app && QThread::currentThread() == app->thread()) {
+    applicationExecutor();
+  }
   const std::string url = ad.elements.value;
   auto preload = std::make_shared<detail::Preload>();
   auto promise = std::make_shared<Promise<bool>>();

@@ -7,6 +7,8 @@
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QTimer>
+#include <atomic>
 
 #include "views/logging.h"
 
@@ -88,6 +90,79 @@ void ensureIncubationController(QQmlEngine* engine, QQuickItem* anyItemOfTheWind
   if (!engine || engine->incubationController() || !anyItemOfTheWindow) return;
   if (QQuickWindow* window = anyItemOfTheWindow->window())
     engine->setIncubationController(window->incubationController());
+}
+
+namespace {
+
+// A view built over the engine's idle time. It deletes itself once the view is complete,
+// or once the view went before that (the incubation then ends in an error).
+class ViewIncubator : public QQmlIncubator {
+ public:
+  ViewIncubator(QQmlEngine* engine, QQuickItem* parent, const std::function<void(QObject*)>& setUp)
+      : QQmlIncubator(Asynchronous), engine_(engine), parent_(parent), setUp_(&setUp) {}
+
+  QQuickItem* item() const { return item_; }
+  // Cleared once the objects exist, which ends the step that made them.
+  void stopAfterObjects(std::atomic<bool>* running) { running_ = running; }
+  // The caller's set-up lives only as long as the call that made the incubator.
+  void forgetSetUp() { setUp_ = nullptr; }
+
+ protected:
+  void setInitialState(QObject* object) override {
+    QQmlEngine::setObjectOwnership(object, QQmlEngine::CppOwnership);
+    item_ = qobject_cast<QQuickItem*>(object);
+    if (item_ && parent_) item_->setParent(parent_);
+    if (setUp_ && *setUp_) (*setUp_)(object);
+    if (running_) running_->store(false);
+    running_ = nullptr;
+  }
+  void statusChanged(Status status) override {
+    if (status == Loading) return;
+    // Complete: shown in its parent from now on.
+    if (status == Ready && item_ && parent_) item_->setParentItem(parent_);
+    // Not from inside the incubator's own call.
+    QTimer::singleShot(0, engine_, [this] { delete this; });
+  }
+
+ private:
+  QPointer<QQmlEngine> engine_;
+  QPointer<QQuickItem> parent_;
+  QPointer<QQuickItem> item_;
+  const std::function<void(QObject*)>* setUp_;
+  std::atomic<bool>* running_ = nullptr;
+};
+
+}  // namespace
+
+QQuickItem* incubateViewItem(const QString& typeName, bool debug, QQuickItem* parent,
+                             const std::function<void(QObject*)>& setUp) {
+  QQmlEngine* engine = parent ? qmlEngine(parent) : nullptr;
+  if (engine) ensureIncubationController(engine, parent);
+  if (!engine || !engine->incubationController())
+    return createViewItem(typeName, debug, engine, parent, setUp);
+  QQmlComponent* component = componentFor(engine, typeName);
+  if (!component->isReady()) return createViewItem(typeName, debug, engine, parent, setUp);
+  QQmlContext* context = qmlContext(parent);
+  if (context && context->engine() != engine) context = nullptr;
+  auto* incubator = new ViewIncubator(engine, parent, setUp);
+  component->create(*incubator, context ? context : engine->rootContext());
+  if (incubator->isLoading() && !incubator->item()) {
+    // The newest incubation is the first the controller runs: it runs until the view's
+    // objects exist, and no further (a millisecond at most, should another come first).
+    std::atomic<bool> running{true};
+    incubator->stopAfterObjects(&running);
+    engine->incubationController()->incubateWhile(&running, 1);
+    incubator->stopAfterObjects(nullptr);
+  }
+  // Should the objects not be there yet (another incubation ran), the view is built now.
+  if (incubator->isLoading() && !incubator->item()) incubator->forceCompletion();
+  incubator->forgetSetUp();
+  QQuickItem* item = incubator->item();
+  if (!item && debug) {
+    tavik::quick::viewDebugLine("cannot create " + typeName.toStdString() + ": " +
+                                component->errorString().toStdString());
+  }
+  return item;
 }
 
 QQuickItem* createViewItem(const QString& typeName, bool debug, QQuickItem* parent,

@@ -19,6 +19,14 @@ namespace tavik::quick::detail {
 /// writes one debug line saying why.
 QQuickItem* createViewItem(const QString& typeName, bool debug, QQuickItem* parent,
                            const std::function<void(QObject*)>& setUp);
+/// The same, built over the engine's idle time: only the step that makes the view's
+/// objects runs here (`setUp` on the root before any binding settles), and the item is
+/// returned at once, a child of `parent` (QObject) already; its bindings and completion
+/// run in the engine's incubation controller's slices between frames, and it becomes a
+/// visual child of `parent` once complete. Without a controller (none on the engine and
+/// no window to take one from) it is built at once, as above.
+QQuickItem* incubateViewItem(const QString& typeName, bool debug, QQuickItem* parent,
+                             const std::function<void(QObject*)>& setUp);
 /// The same with the engine given: for parents made in C++ (the overlay's host).
 QQuickItem* createViewItem(const QString& typeName, bool debug, QQmlEngine* engine,
                            QQuickItem* parent, const std::function<void(QObject*)>& setUp);

@@ -33,6 +33,44 @@ TEST(CarouselViews, AccessorsFollowTheConfiguration) {
   EXPECT_FALSE(quick::views(fixture.env().sdk(false, "")).multiAdCarouselView());
 }
 
+// showAd returns the carousel at its size with the host's settings on it, owned by the
+// parent; its strip and cards are built between the next frames, and it is shown in the
+// parent once complete. One destroyed before that leaves nothing behind.
+TEST(CarouselViews, ShowAdReturnsAtOnceAndTheCarouselJoinsItsParentWhenBuilt) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  Scene scene(700, 500);
+  const CarouselAd ad = decodeCarouselAd(fixture.adJson("au_carousel").toStdString());
+  CarouselAdSettings settings;
+  settings.width = 300;
+  settings.adLabelText = "Ad";
+  auto manager = quick::views(TAVIK::shared()).carouselAdView();
+  QQuickItem* item = manager->showAd(ad, settings, scene.root());
+  ASSERT_TRUE(item);
+  EXPECT_EQ(item->parent(), scene.root());
+  EXPECT_DOUBLE_EQ(item->width(), 300);
+  EXPECT_GT(item->height(), 0);
+  EXPECT_EQ(item->property("adLabelText").toString(), QStringLiteral("Ad"));
+  EXPECT_EQ(item->parentItem(), nullptr);  // not complete yet: not drawn
+  ASSERT_TRUE(spinUntil([&] { return item->parentItem() == scene.root(); }));
+  EXPECT_TRUE(item->findChild<QQuickItem*>(QStringLiteral("cardList")));
+
+  auto strips = quick::views(TAVIK::shared()).multiAdCarouselView();
+  std::vector<BannerAd> ads{decodeBannerAd(fixture.adJson("au_home_banner", 0).toStdString()),
+                            decodeBannerAd(fixture.adJson("au_home_banner", 1).toStdString())};
+  MultiAdCarouselSettings stripSettings;
+  stripSettings.width = 320;
+  for (int i = 0; i < 10; ++i) {
+    QPointer<QQuickItem> strip = strips->showAd(ads, stripSettings, scene.root());
+    ASSERT_TRUE(strip);
+    EXPECT_EQ(strip->property("count").toInt(), 2);
+    if (i % 2) spinUntil([] { return false; }, 5);  // some after a slice of their build
+    delete strip;
+  }
+  spinUntil([] { return false; }, 200);
+  EXPECT_EQ(scene.root()->childItems(), QList<QQuickItem*>{item});
+  delete item;
+}
+
 TEST(CarouselViews, CardTapsReachTheHostWithTheCardAndReportTheAdsClick) {
   SandboxFixture& fixture = SandboxFixture::shared();
   fixture.reset();
