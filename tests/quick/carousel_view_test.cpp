@@ -13,6 +13,7 @@
 #include "support/scene.h"
 #include "tavik/network/transport.h"
 #include "tavik/views/views.h"
+#include "views/preload.h"
 
 namespace tavik::test {
 namespace {
@@ -69,6 +70,68 @@ TEST(CarouselViews, ShowAdReturnsAtOnceAndTheCarouselJoinsItsParentWhenBuilt) {
   spinUntil([] { return false; }, 200);
   EXPECT_EQ(scene.root()->childItems(), QList<QQuickItem*>{item});
   delete item;
+}
+
+// Items of the visual tree under `root` named `name` (a list's delegates are visual
+// children, not QObject children, of the list).
+QList<QQuickItem*> itemsNamed(QQuickItem* root, const QString& name) {
+  QList<QQuickItem*> found;
+  for (QQuickItem* child : root->childItems()) {
+    if (child->objectName() == name) found.append(child);
+    found += itemsNamed(child, name);
+  }
+  return found;
+}
+
+// The carousel managers preload like the others: every card's creative, ready ahead of
+// showAd and drawn from the preload; a preload given up is no longer kept.
+TEST(CarouselViews, PreloadedCardsAreDrawnFromTheirPreloadAndADroppedOneIsGivenUp) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  Scene scene(700, 500);
+  // Addresses of their own: no earlier download answers for them.
+  CarouselAd ad = decodeCarouselAd(fixture.adJson("au_carousel").toStdString());
+  ASSERT_EQ(ad.elements.carouselCards.size(), 3u);
+  for (CarouselCard& card : ad.elements.carouselCards) card.media.value += "?carousel-preload";
+  auto manager = quick::views(TAVIK::shared()).carouselAdView();
+  Future<bool> preloaded = manager->preload(ad);
+  ASSERT_TRUE(spinUntil([&] { return preloaded.is_ready(); }));
+  ASSERT_TRUE(preloaded.get());
+  for (const CarouselCard& card : ad.elements.carouselCards)
+    EXPECT_TRUE(quick::detail::hasPreloadedImage(card.media.value));
+
+  CarouselAdSettings settings;
+  settings.width = 300;
+  QQuickItem* item = manager->showAd(ad, settings, scene.root());
+  ASSERT_TRUE(item);
+  // The cards come with the strip's first layout, after the carousel is complete.
+  QList<QQuickItem*> images;
+  ASSERT_TRUE(spinUntil([&] {
+    images = itemsNamed(item, QStringLiteral("creativeImage"));
+    return !images.isEmpty();
+  }));
+  for (QQuickItem* image : images) {
+    EXPECT_TRUE(image->property("source").toString().startsWith("image://tavikready/"));
+    EXPECT_EQ(image->property("status").toInt(), 1);  // Ready, without waiting
+  }
+  delete item;
+
+  auto strips = quick::views(TAVIK::shared()).multiAdCarouselView();
+  std::vector<BannerAd> ads{decodeBannerAd(fixture.adJson("au_home_banner", 0).toStdString()),
+                            decodeBannerAd(fixture.adJson("au_home_banner", 1).toStdString())};
+  for (BannerAd& one : ads) one.elements.value += "?strip-preload";
+  Future<bool> both = strips->preload(ads);
+  ASSERT_TRUE(spinUntil([&] { return both.is_ready(); }));
+  EXPECT_TRUE(both.get());
+  for (const BannerAd& one : ads) EXPECT_TRUE(quick::detail::hasPreloadedImage(one.elements.value));
+  strips->dropPreload(ads);
+  for (const BannerAd& one : ads)
+    EXPECT_FALSE(quick::detail::hasPreloadedImage(one.elements.value));
+
+  // Nothing to load: false, at once.
+  EXPECT_FALSE(strips->preload({}).get());
+  CarouselAd empty = ad;
+  empty.elements.carouselCards.clear();
+  EXPECT_FALSE(manager->preload(empty).get());
 }
 
 TEST(CarouselViews, CardTapsReachTheHostWithTheCardAndReportTheAdsClick) {
