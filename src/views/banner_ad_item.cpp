@@ -77,6 +77,11 @@ BannerAdViewBase::~BannerAdViewBase() {
   // Parts still incubating stop here; what they made goes with the frame.
   creativeIncubator_.reset();
   labelIncubator_.reset();
+  // The parts outlive this part of the object while the item leaves its window (a video
+  // pauses then): nothing they say reaches it any more.
+  for (QQuickItem* part : {creative_, label_}) {
+    if (part) disconnect(part, nullptr, this, nullptr);
+  }
   // The appearance would otherwise outlive this part of the object while the item tears
   // down its window.
   delete appearance_;
@@ -176,11 +181,13 @@ void BannerAdViewBase::updateCreative() {
     // The picture comes through the SDK's image providers (the module's singleton installs
     // them too, but a banner may be the first of the module's types its engine makes).
     if (kind == Image) installImageProvider(qmlEngine(this));
-    // A picture a preload decoded is drawn in the first frame: made now, it is cheap.
-    const bool ready =
-        kind == Image && isReadyImageSource(creativeImageSource(ad_.elements().value()));
-    makePart(kind == Image ? kImagePart : kVideoPart, asynchronousContent_ && !ready,
-             creativeIncubator_, &BannerAdViewBase::setUpCreative, &BannerAdViewBase::creativeDone);
+    // Only a picture is built later: one a preload decoded is drawn in the first frame,
+    // so it is made now (it is cheap); a video is made now too, with its output, as the
+    // video views' teardown order expects.
+    const bool later = kind == Image && asynchronousContent_ &&
+                       !isReadyImageSource(creativeImageSource(ad_.elements().value()));
+    makePart(kind == Image ? kImagePart : kVideoPart, later, creativeIncubator_,
+             &BannerAdViewBase::setUpCreative, &BannerAdViewBase::creativeDone);
     return;
   }
   if (creative_) setUpCreative(creative_);
