@@ -36,9 +36,10 @@ LabelAlignment labelAlignmentFrom(Qt::Alignment alignment);
 /// engine, into the QML file's frame item (`bannerFrame`): the creative (an `Image`, or a
 /// `VideoAdView` for a video), the label only while there is label text, the focus ring
 /// the first time the banner has keyboard focus. Made in QML they are complete with the
-/// banner; with `setAsynchronousContent` (the managers' `showAd`) the creative and the
+/// banner; with `setAsynchronousContent` (the managers' `showAd`) the picture and the
 /// label are built over the engine's idle time after the banner returned, except a
-/// picture already decoded by a preload, which is made at once for the first frame.
+/// picture already decoded by a preload, which is made at once for the first frame (a
+/// video is always made with the banner).
 class BannerAdViewBase : public QQuickItem {
   Q_OBJECT
   QML_ELEMENT
@@ -113,7 +114,7 @@ class BannerAdViewBase : public QQuickItem {
   /// Where a label of this size goes inside the frame.
   Q_INVOKABLE QRectF labelRect(qreal width, qreal height) const;
 
-  /// Builds the creative and the label over the engine's idle time instead of with the
+  /// Builds the picture and the label over the engine's idle time instead of with the
   /// banner. Set before the banner completes.
   void setAsynchronousContent(bool on) { asynchronousContent_ = on; }
   /// The creative's item (the picture or the video), once it is made.
