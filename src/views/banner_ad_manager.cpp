@@ -13,7 +13,7 @@ QQuickItem* BannerAdViewManager::showAd(const BannerAd& ad, const BannerAdSettin
       QStringLiteral("BannerAdView"), config.debug, parent, [&](QObject* object) {
         auto* view = qobject_cast<quick::BannerAdViewBase*>(object);
         if (!view) return;
-        // showAd returns the banner at its size at once; its creative and label are built
+        // showAd returns the banner at its size at once; its picture and label are built
         // over the next frames (a preloaded picture at once, for the first frame).
         view->setAsynchronousContent(true);
         view->setConfig(quick::QmlConfig(config));
