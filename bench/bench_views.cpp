@@ -20,8 +20,15 @@
 // the thread that pays for it. bench/views.sh builds and runs this under Xvfb; it never
 // fails on a figure, it prints each with its target and whether it was met.
 //
-//   tavik_bench_views [--cycles N] [--long-cycles N] [--flick-seconds S] [--figures 1,2,...]
-//     --figures  only these figures (1, 2, 3, 4; 1b and 3b-3c go with 1 and 3); all by default
+//   tavik_bench_views [--cycles N] [--long-cycles N] [--flick-seconds S] [--figures LIST]
+//
+// --figures runs only the figures listed, comma-separated: 1, 1b, 1c, 2, 3, 3b, 3c, 4 (all of
+// figure 4) and 4h (only figure 4's heap per live item). All of them by default.
+// --heap-of QML adds figure 4's heap per live item of any snippet (given the banner's `ad`
+// property, so the snippet must have one; "\n" in it is a newline), for finding where an
+// item's heap goes. --image-formats-only leaves the video formats out of figure 2 (showAd of the
+// video banner, the multi-ad strip with its video card and the picture in picture, and the mute
+// toggle): their time is the media pipeline's.
 #include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -353,10 +360,12 @@ int main(int argc, char** argv) {
   const int flickSeconds = option("--flick-seconds", 5);
   const int longCycles = option("--long-cycles", 5000);
   const int figuresAt = args.indexOf("--figures");
-  const QStringList figures = figuresAt > 0 && figuresAt + 1 < args.size()
-                                  ? args[figuresAt + 1].split(QLatin1Char(','))
-                                  : QStringList{"1", "2", "3", "4"};
-  auto runs = [&](const char* figure) { return figures.contains(QLatin1String(figure)); };
+  const QStringList figures =
+      figuresAt > 0 && figuresAt + 1 < args.size() ? args[figuresAt + 1].split(',') : QStringList();
+  const bool imagesOnly = args.contains(QStringLiteral("--image-formats-only"));
+  auto runs = [&](const char* figure) {
+    return figures.isEmpty() || figures.contains(QLatin1String(figure));
+  };
 
   SandboxProcess sandbox;
   if (!sandbox.start()) {
@@ -406,7 +415,7 @@ int main(int argc, char** argv) {
 
   // 1b. An interstitial, creative cached: frames from showAd to the first frame that
   // shows its creative (1: the very first frame after the call), and the time to it.
-  if (runs("1")) {
+  if (runs("1b")) {
     auto interstitials = quick::views(sdk).interstitialAdView();
     auto* window = static_cast<InterstitialAdViewManager*>(interstitials.get())->customWindow.get();
     std::vector<double> frameCounts, times;
@@ -509,9 +518,12 @@ int main(int argc, char** argv) {
     delete item;
 
     QQuickItem* videoBanner =
-        stage.create(kBannerQml, {{"ad", QVariant::fromValue(quick::QmlBannerAd(*video))}});
+        imagesOnly
+            ? nullptr
+            : stage.create(kBannerQml, {{"ad", QVariant::fromValue(quick::QmlBannerAd(*video))}});
     VideoPlayerManager* manager = nullptr;
     spinUntil([&] {
+      if (!videoBanner) return true;
       for (QObject* child : videoBanner->findChildren<QObject*>()) {
         if (auto* m = child->property("videoManager").value<VideoPlayerManager*>()) manager = m;
       }
@@ -549,8 +561,8 @@ int main(int argc, char** argv) {
     auto deleteItem = [](QQuickItem* shown) { delete shown; };
     BannerAdSettings plainSettings;
     timeShows(
-        showVideo, 1000, [&] { return banners->showAd(*video, plainSettings, stage.root()); },
-        deleteItem);
+        showVideo, imagesOnly ? 0 : 1000,
+        [&] { return banners->showAd(*video, plainSettings, stage.root()); }, deleteItem);
     auto carousels = quick::views(sdk).carouselAdView();
     timeShows(
         showCarousel, 1000,
@@ -561,8 +573,8 @@ int main(int argc, char** argv) {
     stripSettings.width = 320;
     stripSettings.elementWidth = 300;
     timeShows(
-        showMulti, 1000, [&] { return strips->showAd(*multi, stripSettings, stage.root()); },
-        deleteItem);
+        showMulti, imagesOnly ? 0 : 1000,
+        [&] { return strips->showAd(*multi, stripSettings, stage.root()); }, deleteItem);
     auto interstitials = quick::views(sdk).interstitialAdView();
     auto* interstitialWindow =
         static_cast<InterstitialAdViewManager*>(interstitials.get())->customWindow.get();
@@ -576,7 +588,7 @@ int main(int argc, char** argv) {
     auto pips = quick::views(sdk).pipAdView();
     auto* pipWindow = static_cast<PIPAdViewManager*>(pips.get())->customWindow.get();
     timeShows(
-        showPip, 300,
+        showPip, imagesOnly ? 0 : 300,
         [&] {
           pips->showAd(*video, {});
           return nullptr;
@@ -598,6 +610,7 @@ int main(int argc, char** argv) {
     double worstP99 = 0;
     double worstMax = 0;
     for (auto [name, timing] : timings) {
+      if (timing->us.empty()) continue;  // left out
       timing->print(name);
       worstP99 = std::max(worstP99, percentile(timing->us, 0.99));
       worstMax = std::max(worstMax, percentile(timing->us, 1.0));
@@ -680,7 +693,7 @@ int main(int argc, char** argv) {
 
   // 3b. The visibility tracker's own cost: one pass over 100 registered ads, and what a
   // window in which nothing moves costs it.
-  if (runs("3")) {
+  if (runs("3b")) {
     std::vector<QQuickItem*> live;
     for (int i = 0; i < 100; ++i) {
       QQuickItem* item = stage.create(kBannerQml, bannerProperties);
@@ -712,7 +725,7 @@ int main(int argc, char** argv) {
 
   // 3c. Flicking 100 video cards against a plain ListView whose delegates each hold a
   // MediaPlayer and a VideoOutput playing the same file (muted, looping).
-  if (runs("3")) {
+  if (runs("3c")) {
     const long warningsBefore = warnings.count();
     BannerAd videoCard;
     for (const BannerAd& ad : *multi) {
@@ -771,8 +784,12 @@ int main(int argc, char** argv) {
   }
 
   // 4. Memory.
-  if (runs("4")) {
-    std::printf("\n4. memory: resident-set growth from cycle 100 to cycle %d\n", cycles);
+  if (runs("4") || runs("4h")) {
+    const bool cycling = runs("4");
+    if (cycling)
+      std::printf("\n4. memory: resident-set growth from cycle 100 to cycle %d\n", cycles);
+    else
+      std::printf("\n4. memory\n");
     auto cycle = [&](const char* name, int count, const std::function<void()>& once) {
       const long warningsBefore = warnings.count();
       double at100 = 0;
@@ -821,21 +838,23 @@ int main(int argc, char** argv) {
     };
     auto pips = quick::views(sdk).pipAdView();
     auto* pipWindow = static_cast<PIPAdViewManager*>(pips.get())->customWindow.get();
-    cycle("banner", cycles, createDrawDestroy(kBannerQml, bannerProperties));
-    cycle("video banner", cycles, videoBannerOnce);
-    cycle("carousel", cycles,
-          createDrawDestroy("import Tavik\nCarouselAdView { adWidth: 320 }",
-                            {{"ad", QVariant::fromValue(quick::QmlCarouselAd(*carousel))}}));
-    cycle("multi-ad carousel (a video card on screen)", cycles,
-          createDrawDestroy(kMultiQml, {{"ads", qmlAds(*multi)}}));
-    cycle("interstitial", cycles, overlayOnce(interstitials, interstitialWindow, *interstitial));
-    cycle("interstitial with a video", cycles,
-          overlayOnce(interstitials, interstitialWindow, *video));
-    cycle("picture in picture", cycles, overlayOnce(pips, pipWindow, *video));
-    if (longCycles > 0) {
-      std::printf("  the two video formats, longer:\n");
-      cycle("video banner", longCycles, videoBannerOnce);
-      cycle("picture in picture", longCycles, overlayOnce(pips, pipWindow, *video));
+    if (cycling) {
+      cycle("banner", cycles, createDrawDestroy(kBannerQml, bannerProperties));
+      cycle("video banner", cycles, videoBannerOnce);
+      cycle("carousel", cycles,
+            createDrawDestroy("import Tavik\nCarouselAdView { adWidth: 320 }",
+                              {{"ad", QVariant::fromValue(quick::QmlCarouselAd(*carousel))}}));
+      cycle("multi-ad carousel (a video card on screen)", cycles,
+            createDrawDestroy(kMultiQml, {{"ads", qmlAds(*multi)}}));
+      cycle("interstitial", cycles, overlayOnce(interstitials, interstitialWindow, *interstitial));
+      cycle("interstitial with a video", cycles,
+            overlayOnce(interstitials, interstitialWindow, *video));
+      cycle("picture in picture", cycles, overlayOnce(pips, pipWindow, *video));
+      if (longCycles > 0) {
+        std::printf("  the two video formats, longer:\n");
+        cycle("video banner", longCycles, videoBannerOnce);
+        cycle("picture in picture", longCycles, overlayOnce(pips, pipWindow, *video));
+      }
     }
 
     // A live banner against a live Image: the heap in use (malloc's own count) around
@@ -865,6 +884,15 @@ int main(int argc, char** argv) {
                 imageKiB);
     verdict("   ratio BannerAdView / Image (heap)", imageKiB > 0 ? bannerKiB / imageKiB : 0.0, 2.0,
             "x");
+    // Any other snippet, for finding where an item's heap goes ("\n" stands for a newline).
+    for (int at = args.indexOf("--heap-of"); at > 0 && at + 1 < args.size();
+         at = args.indexOf("--heap-of", at + 1)) {
+      const QString qml =
+          QString(args[at + 1]).replace(QStringLiteral("\\n"), QStringLiteral("\n"));
+      perItemKiB(qml, bannerProperties);
+      std::printf("  heap per live item: %s %.1f KiB\n", qPrintable(args[at + 1]),
+                  perItemKiB(qml, bannerProperties));
+    }
   }
   std::printf("\nGStreamer warnings over the whole run: %ld\n", warnings.count());
   transport::shutdown();

@@ -4,6 +4,7 @@
 #include <QPointF>
 #include <QQuickItem>
 #include <QRectF>
+#include <memory>
 
 #include "tavik/views/qml_records.h"
 #include "views/view_logic.h"
@@ -11,6 +12,9 @@
 namespace tavik::quick {
 
 class AdAppearance;
+namespace detail {
+class PartIncubator;
+}
 
 /// Converts Qt's alignment flags (Qt.AlignLeft | Qt.AlignTop, ...) to the label
 /// placement; a missing axis means the centre.
@@ -27,6 +31,15 @@ LabelAlignment labelAlignmentFrom(Qt::Alignment alignment);
 ///   emitted on every appearance, `viewable` once. A different ad (another `uclid`)
 ///   starts over.
 /// - `tap()` reports a click and emits `adClicked`, every time.
+///
+/// The parts it draws are made only when needed, from small documents compiled once per
+/// engine, into the QML file's frame item (`bannerFrame`): the creative (an `Image`, or a
+/// `VideoAdView` for a video), the label only while there is label text, the focus ring
+/// the first time the banner has keyboard focus. Made in QML they are complete with the
+/// banner; with `setAsynchronousContent` (the managers' `showAd`) the picture and the
+/// label are built over the engine's idle time after the banner returned, except a
+/// picture already decoded by a preload, which is made at once for the first frame (a
+/// video is always made with the banner).
 class BannerAdViewBase : public QQuickItem {
   Q_OBJECT
   QML_ELEMENT
@@ -101,6 +114,12 @@ class BannerAdViewBase : public QQuickItem {
   /// Where a label of this size goes inside the frame.
   Q_INVOKABLE QRectF labelRect(qreal width, qreal height) const;
 
+  /// Builds the picture and the label over the engine's idle time instead of with the
+  /// banner. Set before the banner completes.
+  void setAsynchronousContent(bool on) { asynchronousContent_ = on; }
+  /// The creative's item (the picture or the video), once it is made.
+  QQuickItem* creativeItem() const { return creative_; }
+
  Q_SIGNALS:
   void configChanged();
   void adChanged();
@@ -121,10 +140,28 @@ class BannerAdViewBase : public QQuickItem {
 
  protected:
   void componentComplete() override;
+  void geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) override;
+  void itemChange(ItemChange change, const ItemChangeData& value) override;
+  void keyPressEvent(QKeyEvent* event) override;
 
  private:
   void relayout();
   void reportImpression();
+  QQuickItem* partParent() const;
+  void moveFrame();
+  void moveLabel();
+  void updateCreative();
+  void dropCreative();
+  void setUpCreative(QQuickItem* item);
+  void updateLabel();
+  void setUpLabel(QQuickItem* item);
+  void updateFocusRing();
+  // Builds a part of `document` now, or through an incubator in `slot` when `incubate`.
+  void makePart(const char* document, bool incubate, std::unique_ptr<detail::PartIncubator>& slot,
+                void (BannerAdViewBase::*setUp)(QQuickItem*),
+                void (BannerAdViewBase::*done)(QQuickItem*));
+  void creativeDone(QQuickItem* item);
+  void labelDone(QQuickItem* item);
 
   QmlConfig config_;
   QmlBannerAd ad_;
@@ -135,7 +172,16 @@ class BannerAdViewBase : public QQuickItem {
   QSizeF labelSize_;
   SizeF frame_;
   bool videoPlaying_ = false;
+  bool asynchronousContent_ = false;
+  CreativeKind creativeMade_ = None;
   AdAppearance* appearance_;
+  // The parts, children of the frame (made lazily; see the class comment).
+  QQuickItem* frameItem_ = nullptr;
+  QQuickItem* creative_ = nullptr;
+  QQuickItem* label_ = nullptr;
+  QQuickItem* focusRing_ = nullptr;
+  std::unique_ptr<detail::PartIncubator> creativeIncubator_;
+  std::unique_ptr<detail::PartIncubator> labelIncubator_;
 };
 
 }  // namespace tavik::quick

@@ -13,6 +13,9 @@ QQuickItem* BannerAdViewManager::showAd(const BannerAd& ad, const BannerAdSettin
       QStringLiteral("BannerAdView"), config.debug, parent, [&](QObject* object) {
         auto* view = qobject_cast<quick::BannerAdViewBase*>(object);
         if (!view) return;
+        // showAd returns the banner at its size at once; its picture and label are built
+        // over the next frames (a preloaded picture at once, for the first frame).
+        view->setAsynchronousContent(true);
         view->setConfig(quick::QmlConfig(config));
         view->setAd(quick::QmlBannerAd(ad));
         view->setAdWidth(quick::hostLength(settings.width));

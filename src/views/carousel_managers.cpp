@@ -26,7 +26,8 @@ void applyStripSettings(quick::CarouselStripBase* strip, const Config& config,
 
 QQuickItem* CarouselAdViewManager::showAd(const CarouselAd& ad, const CarouselAdSettings& settings,
                                           QQuickItem* parent) {
-  return quick::detail::createViewItem(
+  // Returned at its size at once; its strip and cards are built between the next frames.
+  return quick::detail::incubateViewItem(
       QStringLiteral("CarouselAdView"), config.debug, parent, [&](QObject* object) {
         auto* view = qobject_cast<quick::CarouselAdViewBase*>(object);
         if (!view) return;
@@ -59,7 +60,8 @@ QQuickItem* CarouselAdViewManager::showAd(const CarouselAd& ad, const CarouselAd
 QQuickItem* MultiAdCarouselViewManager::showAd(const std::vector<BannerAd>& ads,
                                                const MultiAdCarouselSettings& settings,
                                                QQuickItem* parent) {
-  return quick::detail::createViewItem(
+  // Returned at its size at once; its strip and cards are built between the next frames.
+  return quick::detail::incubateViewItem(
       QStringLiteral("MultiAdCarouselView"), config.debug, parent, [&](QObject* object) {
         auto* view = qobject_cast<quick::MultiAdCarouselViewBase*>(object);
         if (!view) return;

@@ -173,6 +173,15 @@ QPointF TavikMedia::labelPosition(qreal frameWidth, qreal frameHeight, qreal wid
 }
 
 QString TavikMedia::imageSource(const QString& address) const {
+  return creativeImageSource(address);
+}
+
+bool isReadyImageSource(const QString& source) {
+  return source.startsWith(QStringLiteral("image://") +
+                           QLatin1String(detail::kReadyImageProviderId) + QLatin1Char('/'));
+}
+
+QString creativeImageSource(const QString& address) {
   if (address.trimmed().isEmpty()) return {};
   // A preloaded picture is served at once, so the view draws it in its first frame.
   const QString provider = detail::hasPreloadedImage(address.toStdString())

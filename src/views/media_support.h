@@ -42,6 +42,13 @@ std::string creativeAddress(const QString& id);
 QImage decodeCreative(const std::string& bytes, const QSize& requestedSize);
 }  // namespace detail
 
+/// The source an `Image` loads the creative at `address` from ("" for an empty address):
+/// `image://tavikready/...` while a decoded preload of it waits (served at once, so the
+/// view draws it in its first frame), else `image://tavik/...`.
+QString creativeImageSource(const QString& address);
+/// Whether `source` is served at once (a waiting preload): load it synchronously.
+bool isReadyImageSource(const QString& source);
+
 /// Installs the image providers on `engine` unless it has them already.
 void installImageProvider(QQmlEngine* engine);
 

@@ -1,5 +1,7 @@
 #include "views/preload.h"
 
+#include <QCoreApplication>
+#include <QThread>
 #include <QThreadPool>
 #include <deque>
 #include <memory>
@@ -8,6 +10,7 @@
 #include <unordered_map>
 
 #include "tavik/views/banner_ad_view.h"
+#include "tavik/views/carousel_ad_view.h"
 #include "tavik/views/creatives.h"
 #include "tavik/views/overlay_ad_view.h"
 #include "tavik/views/qt_bridge.h"
@@ -131,6 +134,13 @@ QImage PreloadedImageProvider::requestImage(const QString& id, QSize* size,
 Future<bool> preloadCreative(const BannerAd& ad) {
   const CreativeKind kind = creativeKind(ad);
   if (kind == CreativeKind::none || ad.elements.value.empty()) return Future<bool>::ready(false);
+  // The decoded picture is handed over only while the application is watched, which the
+  // first view starts; a preload may come before any view, so it starts it too when it
+  // is called on the application's thread.
+  if (QCoreApplication* app = QCoreApplication::instance();
+      app && QThread::currentThread() == app->thread()) {
+    applicationExecutor();
+  }
   const std::string url = ad.elements.value;
   auto preload = std::make_shared<detail::Preload>();
   auto promise = std::make_shared<Promise<bool>>();
@@ -202,6 +212,74 @@ CreativeCacheSettings creativeCacheSettings() {
 }  // namespace tavik::quick
 
 namespace tavik {
+
+namespace {
+
+// One future for several preloads: true once every one is ready, false when none had a
+// creative to load, the first error otherwise.
+Future<bool> allPreloaded(const std::vector<Future<bool>>& preloads) {
+  if (preloads.empty()) return Future<bool>::ready(false);
+  struct State {
+    std::mutex mutex;
+    std::size_t left = 0;
+    bool loaded = false;
+    Promise<bool> promise;
+  };
+  auto state = std::make_shared<State>();
+  state->left = preloads.size();
+  Future<bool> result = state->promise.get_future();
+  for (const Future<bool>& preload : preloads) {
+    preload.whenReady([state](const Future<bool>& ready) {
+      std::exception_ptr error;
+      bool loaded = false;
+      try {
+        loaded = ready.get();
+      } catch (...) {
+        error = std::current_exception();
+      }
+      std::lock_guard lock(state->mutex);
+      if (error) {
+        state->promise.set_exception(error);  // the first error wins; later ones are dropped
+        return;
+      }
+      state->loaded = state->loaded || loaded;
+      if (--state->left == 0) state->promise.set_value(state->loaded);
+    });
+  }
+  return result;
+}
+
+// A carousel card's creative, as the ad a single view of it would show.
+BannerAd cardCreative(const CarouselCard& card) {
+  BannerAd ad;
+  ad.crt = std::string(card.media.type == "VIDEO" ? kVideoTemplatePrefix : kImageTemplatePrefix);
+  ad.elements.value = card.media.value;
+  ad.elements.type = card.media.type;
+  ad.elements.width = card.media.width;
+  ad.elements.height = card.media.height;
+  return ad;
+}
+
+}  // namespace
+
+Future<bool> CarouselAdViewProtocol::preload(const CarouselAd& ad) {
+  std::vector<Future<bool>> preloads;
+  for (const CarouselCard& card : ad.elements.carouselCards)
+    preloads.push_back(quick::preloadCreative(cardCreative(card)));
+  return allPreloaded(preloads);
+}
+void CarouselAdViewProtocol::dropPreload(const CarouselAd& ad) {
+  for (const CarouselCard& card : ad.elements.carouselCards)
+    quick::dropPreloadedCreative(cardCreative(card));
+}
+Future<bool> MultiAdCarouselViewProtocol::preload(const std::vector<BannerAd>& ads) {
+  std::vector<Future<bool>> preloads;
+  for (const BannerAd& ad : ads) preloads.push_back(quick::preloadCreative(ad));
+  return allPreloaded(preloads);
+}
+void MultiAdCarouselViewProtocol::dropPreload(const std::vector<BannerAd>& ads) {
+  for (const BannerAd& ad : ads) quick::dropPreloadedCreative(ad);
+}
 
 // Every manager preloads the same way: the creative is the ad's, whoever shows it.
 Future<bool> BannerAdViewProtocol::preload(const BannerAd& ad) {

@@ -13,6 +13,7 @@
 #include "support/scene.h"
 #include "tavik/network/transport.h"
 #include "tavik/views/views.h"
+#include "views/preload.h"
 
 namespace tavik::test {
 namespace {
@@ -31,6 +32,106 @@ TEST(CarouselViews, AccessorsFollowTheConfiguration) {
   EXPECT_TRUE(quick::views(fixture.env().sdk()).multiAdCarouselView());
   EXPECT_FALSE(quick::views(fixture.env().sdk(false, "")).carouselAdView());
   EXPECT_FALSE(quick::views(fixture.env().sdk(false, "")).multiAdCarouselView());
+}
+
+// showAd returns the carousel at its size with the host's settings on it, owned by the
+// parent; its strip and cards are built between the next frames, and it is shown in the
+// parent once complete. One destroyed before that leaves nothing behind.
+TEST(CarouselViews, ShowAdReturnsAtOnceAndTheCarouselJoinsItsParentWhenBuilt) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  Scene scene(700, 500);
+  const CarouselAd ad = decodeCarouselAd(fixture.adJson("au_carousel").toStdString());
+  CarouselAdSettings settings;
+  settings.width = 300;
+  settings.adLabelText = "Ad";
+  auto manager = quick::views(TAVIK::shared()).carouselAdView();
+  QQuickItem* item = manager->showAd(ad, settings, scene.root());
+  ASSERT_TRUE(item);
+  EXPECT_EQ(item->parent(), scene.root());
+  EXPECT_DOUBLE_EQ(item->width(), 300);
+  EXPECT_GT(item->height(), 0);
+  EXPECT_EQ(item->property("adLabelText").toString(), QStringLiteral("Ad"));
+  EXPECT_EQ(item->parentItem(), nullptr);  // not complete yet: not drawn
+  ASSERT_TRUE(spinUntil([&] { return item->parentItem() == scene.root(); }));
+  EXPECT_TRUE(item->findChild<QQuickItem*>(QStringLiteral("cardList")));
+
+  auto strips = quick::views(TAVIK::shared()).multiAdCarouselView();
+  std::vector<BannerAd> ads{decodeBannerAd(fixture.adJson("au_home_banner", 0).toStdString()),
+                            decodeBannerAd(fixture.adJson("au_home_banner", 1).toStdString())};
+  MultiAdCarouselSettings stripSettings;
+  stripSettings.width = 320;
+  for (int i = 0; i < 10; ++i) {
+    QPointer<QQuickItem> strip = strips->showAd(ads, stripSettings, scene.root());
+    ASSERT_TRUE(strip);
+    EXPECT_EQ(strip->property("count").toInt(), 2);
+    if (i % 2) spinUntil([] { return false; }, 5);  // some after a slice of their build
+    delete strip;
+  }
+  spinUntil([] { return false; }, 200);
+  EXPECT_EQ(scene.root()->childItems(), QList<QQuickItem*>{item});
+  delete item;
+}
+
+// Items of the visual tree under `root` named `name` (a list's delegates are visual
+// children, not QObject children, of the list).
+QList<QQuickItem*> itemsNamed(QQuickItem* root, const QString& name) {
+  QList<QQuickItem*> found;
+  for (QQuickItem* child : root->childItems()) {
+    if (child->objectName() == name) found.append(child);
+    found += itemsNamed(child, name);
+  }
+  return found;
+}
+
+// The carousel managers preload like the others: every card's creative, ready ahead of
+// showAd and drawn from the preload; a preload given up is no longer kept.
+TEST(CarouselViews, PreloadedCardsAreDrawnFromTheirPreloadAndADroppedOneIsGivenUp) {
+  SandboxFixture& fixture = SandboxFixture::shared();
+  Scene scene(700, 500);
+  // Addresses of their own: no earlier download answers for them.
+  CarouselAd ad = decodeCarouselAd(fixture.adJson("au_carousel").toStdString());
+  ASSERT_EQ(ad.elements.carouselCards.size(), 3u);
+  for (CarouselCard& card : ad.elements.carouselCards) card.media.value += "?carousel-preload";
+  auto manager = quick::views(TAVIK::shared()).carouselAdView();
+  Future<bool> preloaded = manager->preload(ad);
+  ASSERT_TRUE(spinUntil([&] { return preloaded.is_ready(); }));
+  ASSERT_TRUE(preloaded.get());
+  for (const CarouselCard& card : ad.elements.carouselCards)
+    EXPECT_TRUE(quick::detail::hasPreloadedImage(card.media.value));
+
+  CarouselAdSettings settings;
+  settings.width = 300;
+  QQuickItem* item = manager->showAd(ad, settings, scene.root());
+  ASSERT_TRUE(item);
+  // The cards come with the strip's first layout, after the carousel is complete.
+  QList<QQuickItem*> images;
+  ASSERT_TRUE(spinUntil([&] {
+    images = itemsNamed(item, QStringLiteral("creativeImage"));
+    return !images.isEmpty();
+  }));
+  for (QQuickItem* image : images) {
+    EXPECT_TRUE(image->property("source").toString().startsWith("image://tavikready/"));
+    EXPECT_EQ(image->property("status").toInt(), 1);  // Ready, without waiting
+  }
+  delete item;
+
+  auto strips = quick::views(TAVIK::shared()).multiAdCarouselView();
+  std::vector<BannerAd> ads{decodeBannerAd(fixture.adJson("au_home_banner", 0).toStdString()),
+                            decodeBannerAd(fixture.adJson("au_home_banner", 1).toStdString())};
+  for (BannerAd& one : ads) one.elements.value += "?strip-preload";
+  Future<bool> both = strips->preload(ads);
+  ASSERT_TRUE(spinUntil([&] { return both.is_ready(); }));
+  EXPECT_TRUE(both.get());
+  for (const BannerAd& one : ads) EXPECT_TRUE(quick::detail::hasPreloadedImage(one.elements.value));
+  strips->dropPreload(ads);
+  for (const BannerAd& one : ads)
+    EXPECT_FALSE(quick::detail::hasPreloadedImage(one.elements.value));
+
+  // Nothing to load: false, at once.
+  EXPECT_FALSE(strips->preload({}).get());
+  CarouselAd empty = ad;
+  empty.elements.carouselCards.clear();
+  EXPECT_FALSE(manager->preload(empty).get());
 }
 
 TEST(CarouselViews, CardTapsReachTheHostWithTheCardAndReportTheAdsClick) {

@@ -10,6 +10,7 @@
 
 #include "tavik/ads/ad_models.h"
 #include "tavik/core/config.h"
+#include "tavik/core/future.h"
 
 class QQuickItem;
 
@@ -51,6 +52,14 @@ class CarouselAdViewProtocol {
   /// returns it (nullptr only without a parent in a QML engine). UI thread only.
   virtual QQuickItem* showAd(const CarouselAd& ad, const CarouselAdSettings& adViewSettings,
                              QQuickItem* parent) = 0;
+  /// Loads the creatives of every card of `ad` ahead of `showAd` (each as
+  /// `tavik::quick::preloadCreative` in tavik/views/creatives.h does): the future completes
+  /// with true once all of them are ready, false when no card has an image or video, or
+  /// with the first download's error. Each stays wanted until a card shows it or
+  /// `dropPreload`. Any thread.
+  virtual Future<bool> preload(const CarouselAd& ad);
+  /// Gives up the preloads of `ad`'s cards that no card has shown.
+  virtual void dropPreload(const CarouselAd& ad);
 };
 
 /// The SDK's carousel manager; get one from `tavik::quick::views(sdk).carouselAdView()`.
@@ -96,6 +105,12 @@ class MultiAdCarouselViewProtocol {
   /// engine, parented to `parent`, and returns it. UI thread only.
   virtual QQuickItem* showAd(const std::vector<BannerAd>& ads,
                              const MultiAdCarouselSettings& adViewSettings, QQuickItem* parent) = 0;
+  /// Loads the creatives of every ad in `ads` ahead of `showAd`, as the banner manager's
+  /// `preload` does for one: true once all are ready, false when none has an image or
+  /// video, or the first download's error. Any thread.
+  virtual Future<bool> preload(const std::vector<BannerAd>& ads);
+  /// Gives up the preloads of `ads` that no card has shown.
+  virtual void dropPreload(const std::vector<BannerAd>& ads);
 };
 
 /// The SDK's multi-ad strip manager; get one from
