@@ -87,7 +87,8 @@ struct Transfer {
 
   HttpRequest request;
   std::string origin;  // scheme://host[:port]: what its waiting count is kept by
-  std::string lane;    // the origin, or the origin's media lane for creative downloads
+  std::string lane;    // the media or stored-events lane's name; empty: the origin's own lane
+  const std::string& laneName() const { return lane.empty() ? origin : lane; }
   Promise<HttpResponse> promise;
   std::shared_ptr<const EffectiveSettings> settings;
   Clock::time_point called;               // when the host's call made it
@@ -236,7 +237,10 @@ class HttpClient {
     transfer->called = Clock::now();
     transfer->request = std::move(request);
     transfer->origin = originOf(transfer->request.url);
-    transfer->lane = laneOf(transfer->origin, transfer->request.source);
+    if (transfer->request.source == RequestSource::media ||
+        transfer->request.source == RequestSource::storedEvent) {
+      transfer->lane = laneOf(transfer->origin, transfer->request.source);
+    }
     Future<HttpResponse> future = transfer->promise.get_future();
     std::size_t refusedAt = 0;
     bool accepted = false;
@@ -463,7 +467,7 @@ class HttpClient {
     }
     if (t.state == Transfer::State::waiting) {
       if (t.request.source == RequestSource::storedEvent) --storedWaiting_;
-      auto lane = lanes_.find(t.lane);
+      auto lane = lanes_.find(t.laneName());
       if (lane != lanes_.end()) {
         lane->second.waiting.erase(t.inLane);
         if (lane->second.active == 0 && lane->second.waiting.empty()) lanes_.erase(lane);
@@ -613,12 +617,12 @@ class HttpClient {
   // CPU and memory per request than a short queue in front of it, and keeping a few
   // more than the connections keeps every connection busy.
   void admit(const std::shared_ptr<Transfer>& transfer) {
-    Lane& lane = lanes_[transfer->lane];
-    lane.origin = transfer->origin;
+    Lane& lane = lanes_[transfer->laneName()];
+    if (lane.origin.empty()) lane.origin = transfer->origin;
     if (lane.active < laneCap(*transfer) && lane.waiting.empty() &&
         roomFor(*transfer, lane.active)) {
-      if (start(transfer)) ++lanes_[transfer->lane].active;
-      auto it = lanes_.find(transfer->lane);
+      if (start(transfer)) ++lanes_[transfer->laneName()].active;
+      auto it = lanes_.find(transfer->laneName());
       if (it != lanes_.end() && it->second.active == 0 && it->second.waiting.empty()) {
         lanes_.erase(it);
       }
@@ -650,11 +654,10 @@ class HttpClient {
     auto it = lanes_.find(laneName);
     if (it == lanes_.end()) return;
     --it->second.active;
-    const std::string origin = it->second.origin;
-    startWaiting(laneName);
-    if (storedWaiting_ > 0 && laneName == origin) {
-      startWaiting(laneOf(origin, RequestSource::storedEvent));
-    }
+    // Only an origin's own lane hands a freed connection on to its stored events.
+    const bool handsOn = storedWaiting_ > 0 && it->second.origin == laneName;
+    startWaiting(laneName);  // may erase the lane
+    if (handsOn) startWaiting(laneOf(laneName, RequestSource::storedEvent));
   }
 
   // Starts the waiting transfers of a lane, oldest first, while its cap allows.
@@ -761,7 +764,7 @@ class HttpClient {
     const auto error = std::make_exception_ptr(
         TransportError(kind, code, "HTTP request to " + t->request.url + " failed: " + reason));
     runHostCode([&] { t->promise.set_exception(error); });
-    release(t->lane);
+    release(t->laneName());
   }
 
   void cancel(const std::shared_ptr<Transfer>& t) {
@@ -846,7 +849,7 @@ class HttpClient {
         curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &raw);
         auto transfer = active_.at(raw);
         finish(transfer, code);
-        release(transfer->lane);
+        release(transfer->laneName());
         if (gaveUp_.load()) return;
       }
       expire(Clock::now());
