@@ -332,8 +332,17 @@ class HttpClient {
   }
 
   transport::Stats stats() {
-    std::lock_guard lock(mutex_);
-    return stats_;
+    transport::Stats out;
+    {
+      std::lock_guard lock(mutex_);
+      out = stats_;
+    }
+    // Kept by the I/O thread outside the mutex that every request's hand-over takes.
+    out.requestsFinished = finished_.load();
+    out.connectionsOpened = connectionsOpened_.load();
+    out.requestsCancelled = cancelled_.load();
+    out.timedOutWhileWaiting = timedOutWhileWaiting_.load();
+    return out;
   }
 
   // Stops the I/O thread. Requests still queued or in flight are abandoned: their
@@ -444,6 +453,11 @@ class HttpClient {
                       std::max(16L, settings.maxConnectionsPerHost * 4));
   }
 
+  void countFinished(long connects) {
+    connectionsOpened_.fetch_add(static_cast<std::uint64_t>(connects));
+    finished_.fetch_add(1);
+  }
+
   // The transfer no longer waits: its place in the origin's count is free.
   static void stopWaiting(Transfer& t) {
     if (t.waiting) {
@@ -481,12 +495,9 @@ class HttpClient {
   void failWaiting(const std::shared_ptr<Transfer>& t, TransportError::Kind kind,
                    const std::string& reason) {
     retire(*t);
-    {
-      std::lock_guard lock(mutex_);
-      ++stats_.requestsFinished;
-      if (kind == TransportError::Kind::cancelled) ++stats_.requestsCancelled;
-      if (kind == TransportError::Kind::timeout) ++stats_.timedOutWhileWaiting;
-    }
+    countFinished(0);
+    if (kind == TransportError::Kind::cancelled) cancelled_.fetch_add(1);
+    if (kind == TransportError::Kind::timeout) timedOutWhileWaiting_.fetch_add(1);
     if (requestObserversInstalled()) {
       observe(*t, RequestOutcome::failure(kind, reason));
     }
@@ -701,11 +712,7 @@ class HttpClient {
     if (t->easy) detach(*t, status, connects);
     active_.erase(t);
     retire(*t);
-    {
-      std::lock_guard lock(mutex_);
-      ++stats_.requestsFinished;
-      stats_.connectionsOpened += static_cast<std::uint64_t>(connects);
-    }
+    countFinished(connects);
     if (code == CURLE_OK) {
       if (requestObserversInstalled()) {
         observe(*t, RequestOutcome::answer(status, t->body.size()));
@@ -750,12 +757,8 @@ class HttpClient {
     detach(*t, status, connects);
     active_.erase(t);
     retire(*t);
-    {
-      std::lock_guard lock(mutex_);
-      ++stats_.requestsFinished;
-      stats_.connectionsOpened += static_cast<std::uint64_t>(connects);
-      if (kind == TransportError::Kind::cancelled) ++stats_.requestsCancelled;
-    }
+    countFinished(connects);
+    if (kind == TransportError::Kind::cancelled) cancelled_.fetch_add(1);
     t->body.clear();
     if (requestObserversInstalled()) {
       observe(*t, RequestOutcome::failure(kind, reason, status));
@@ -916,7 +919,11 @@ class HttpClient {
   };
   std::vector<Refusal> refusals_;
   std::unordered_map<std::string, std::shared_ptr<WaitingCount>> waitingByOrigin_;
-  transport::Stats stats_;
+  transport::Stats stats_;  // what the callers' side counts, under mutex_
+  std::atomic<std::uint64_t> finished_{0};
+  std::atomic<std::uint64_t> connectionsOpened_{0};
+  std::atomic<std::uint64_t> cancelled_{0};
+  std::atomic<std::uint64_t> timedOutWhileWaiting_{0};
   std::map<std::string, std::string> loadedBundles_;
   std::vector<std::string> bundleFiles_;
 
