@@ -53,7 +53,8 @@ RegisterEvent::Result settleEvent(const Future<detail::HttpResponse>& attempt,
       [promise, gate, seen = std::move(seen)](const Future<detail::HttpResponse>& answer) mutable {
         seen(answer);
         try {
-          promise->set_value(detail::responseDictionary(answer.get()));
+          // The attempt is this continuation's alone (`seen` has looked at it already).
+          promise->set_value(detail::responseDictionary(detail::takeReadyValue(answer)));
           return;
         } catch (...) {
           if (gate) gate->report(std::current_exception());
