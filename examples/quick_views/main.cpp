@@ -155,10 +155,10 @@ int main(int argc, char** argv) {
           auto ad = ready.get();
           if (!ad) return;
           if (pip) {
-            PIPAdSettings settings;
+            PIPAdSettings settings{};
             settings.width = 240;
             settings.height = 135;
-            settings.adLabelText = "Ad";
+            settings.adLabelText.emplace("Ad");
             pips->showAd(*ad, settings);
           } else {
             InterstitialAdSettings settings;
