@@ -99,7 +99,15 @@ namespace {
 class ViewIncubator : public QQmlIncubator {
  public:
   ViewIncubator(QQmlEngine* engine, QQuickItem* parent, const std::function<void(QObject*)>& setUp)
-      : QQmlIncubator(Asynchronous), engine_(engine), parent_(parent), setUp_(&setUp) {}
+      : QQmlIncubator(Asynchronous), engine_(engine), parent_(parent), setUp_(&setUp) {
+    // A parent going while its view is still being built takes the building with it,
+    // before its engine may go too (an engine destroyed with an incubation in progress
+    // leaves what it made behind).
+    if (parent) {
+      parentGone_ = QObject::connect(parent, &QObject::destroyed, [this] { abandon(); });
+    }
+  }
+  ~ViewIncubator() override { QObject::disconnect(parentGone_); }
 
   QQuickItem* item() const { return item_; }
   // Cleared once the objects exist, which ends the step that made them.
@@ -117,7 +125,7 @@ class ViewIncubator : public QQmlIncubator {
     running_ = nullptr;
   }
   void statusChanged(Status status) override {
-    if (status == Loading) return;
+    if (status == Loading || abandoning_) return;
     // Complete: shown in its parent from now on.
     if (status == Ready && item_ && parent_) item_->setParentItem(parent_);
     // Not from inside the incubator's own call.
@@ -128,8 +136,19 @@ class ViewIncubator : public QQmlIncubator {
   QPointer<QQmlEngine> engine_;
   QPointer<QQuickItem> parent_;
   QPointer<QQuickItem> item_;
+  // Outside the incubator's own calls: stops the incubation (what it made goes) and goes.
+  void abandon() {
+    QObject::disconnect(parentGone_);
+    if (!isLoading()) return;  // complete: its deletion is already on its way
+    abandoning_ = true;
+    clear();
+    delete this;
+  }
+
   const std::function<void(QObject*)>* setUp_;
   std::atomic<bool>* running_ = nullptr;
+  QMetaObject::Connection parentGone_;
+  bool abandoning_ = false;
 };
 
 }  // namespace
