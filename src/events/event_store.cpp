@@ -132,9 +132,12 @@ struct EventStore::Impl {
 
   std::int64_t now() const { return options.clock ? options.clock() : systemMillis(); }
 
+  // Counts on the store's thread, with the pending count of the same moment, so that
+  // whoever reads the stats sees the two agree.
   void count(std::uint64_t EventStoreStats::*field, std::uint64_t n = 1) {
     std::lock_guard lock(mutex);
     counters.*field += n;
+    counters.pending = pending.size();
   }
 
   bool exec(const char* sql) {
@@ -328,18 +331,18 @@ struct EventStore::Impl {
       row.storeSent = false;
       switch (op.outcome.kind) {
         case AttemptOutcome::Kind::accepted:
-          count(&EventStoreStats::delivered);
           pullRetriesForward(at);
           if (options.beforeRemovingAccepted) options.beforeRemovingAccepted(op.id);
           forget(op.id, removals);
+          count(&EventStoreStats::delivered);
           break;
         case AttemptOutcome::Kind::rejected:
-          count(&EventStoreStats::rejected);
           if (options.debug) {
             debugLine("event store: the service refused an event for good (" + op.outcome.reason +
                       "), removed: " + row.url);
           }
           forget(op.id, removals);
+          count(&EventStoreStats::rejected);
           break;
         case AttemptOutcome::Kind::retry:
           ++row.attempts;
