@@ -9,6 +9,7 @@
 #include <QQuickWindow>
 #include <QTimer>
 #include <atomic>
+#include <memory>
 
 #include "views/logging.h"
 
@@ -94,26 +95,35 @@ void ensureIncubationController(QQmlEngine* engine, QQuickItem* anyItemOfTheWind
 
 namespace {
 
-// A view built over the engine's idle time. It deletes itself once the view is complete,
-// or once the view went before that (the incubation then ends in an error).
+class ViewIncubator;
+
+// Owns a view's incubator as a child of the view's parent: the incubator goes once the
+// view is complete, or with the parent if that goes first (an incubation still in progress
+// is stopped then, before the engine may go too, which would leave what it made behind).
+class IncubatorOwner : public QObject {
+ public:
+  explicit IncubatorOwner(QObject* parent) : QObject(parent) {}
+  ~IncubatorOwner() override;
+  std::unique_ptr<ViewIncubator> incubator;
+};
+
+// A view built over the engine's idle time.
 class ViewIncubator : public QQmlIncubator {
  public:
-  ViewIncubator(QQmlEngine* engine, QQuickItem* parent, const std::function<void(QObject*)>& setUp)
-      : QQmlIncubator(Asynchronous), engine_(engine), parent_(parent), setUp_(&setUp) {
-    // A parent going while its view is still being built takes the building with it,
-    // before its engine may go too (an engine destroyed with an incubation in progress
-    // leaves what it made behind).
-    if (parent) {
-      parentGone_ = QObject::connect(parent, &QObject::destroyed, [this] { abandon(); });
-    }
-  }
-  ~ViewIncubator() override { QObject::disconnect(parentGone_); }
+  ViewIncubator(QQuickItem* parent, const std::function<void(QObject*)>& setUp,
+                IncubatorOwner* owner)
+      : QQmlIncubator(Asynchronous), parent_(parent), setUp_(&setUp), owner_(owner) {}
 
   QQuickItem* item() const { return item_; }
   // Cleared once the objects exist, which ends the step that made them.
   void stopAfterObjects(std::atomic<bool>* running) { running_ = running; }
   // The caller's set-up lives only as long as the call that made the incubator.
   void forgetSetUp() { setUp_ = nullptr; }
+  // The owner goes: what is still being built goes with it.
+  void stop() {
+    stopping_ = true;
+    if (isLoading()) clear();
+  }
 
  protected:
   void setInitialState(QObject* object) override {
@@ -125,31 +135,26 @@ class ViewIncubator : public QQmlIncubator {
     running_ = nullptr;
   }
   void statusChanged(Status status) override {
-    if (status == Loading || abandoning_) return;
+    if (status == Loading || stopping_) return;
     // Complete: shown in its parent from now on.
     if (status == Ready && item_ && parent_) item_->setParentItem(parent_);
-    // Not from inside the incubator's own call.
-    QTimer::singleShot(0, engine_, [this] { delete this; });
+    // Not from inside the incubator's own call; dropped if the parent (and so the owner)
+    // goes first, which then deletes the incubator itself.
+    QTimer::singleShot(0, owner_, [owner = owner_] { delete owner; });
   }
 
  private:
-  QPointer<QQmlEngine> engine_;
   QPointer<QQuickItem> parent_;
   QPointer<QQuickItem> item_;
-  // Outside the incubator's own calls: stops the incubation (what it made goes) and goes.
-  void abandon() {
-    QObject::disconnect(parentGone_);
-    if (!isLoading()) return;  // complete: its deletion is already on its way
-    abandoning_ = true;
-    clear();
-    delete this;
-  }
-
   const std::function<void(QObject*)>* setUp_;
+  IncubatorOwner* owner_;
   std::atomic<bool>* running_ = nullptr;
-  QMetaObject::Connection parentGone_;
-  bool abandoning_ = false;
+  bool stopping_ = false;
 };
+
+IncubatorOwner::~IncubatorOwner() {
+  if (incubator) incubator->stop();
+}
 
 }  // namespace
 
@@ -163,7 +168,9 @@ QQuickItem* incubateViewItem(const QString& typeName, bool debug, QQuickItem* pa
   if (!component->isReady()) return createViewItem(typeName, debug, engine, parent, setUp);
   QQmlContext* context = qmlContext(parent);
   if (context && context->engine() != engine) context = nullptr;
-  auto* incubator = new ViewIncubator(engine, parent, setUp);
+  auto* owner = new IncubatorOwner(parent);
+  owner->incubator = std::make_unique<ViewIncubator>(parent, setUp, owner);
+  ViewIncubator* incubator = owner->incubator.get();
   component->create(*incubator, context ? context : engine->rootContext());
   if (incubator->isLoading() && !incubator->item()) {
     // The newest incubation is the first the controller runs: it runs until the view's
