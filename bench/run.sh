@@ -56,6 +56,23 @@ wait_for_port() {  # port
 
 BENCH_ARGS=(--benchmark_format=console)
 
+# Starts nginx on $PORT from bench/nginx.conf.in; $1 is appended to its listen line
+# ("" for HTTP/1.1, " http2"). Exports its process ids for the server CPU figures.
+start_nginx() {
+  sed -e "s|@RUN@|$RUN|g" -e "s|@PORT@|$PORT|g" -e "s|@WORKERS@|$WORKERS|g" -e "s|@HTTP2@|$1|g" \
+    "$ROOT/bench/nginx.conf.in" >"$RUN/nginx.conf"
+  "$NGINX" -p "$RUN" -c "$RUN/nginx.conf" -e "$RUN/nginx-error.log"
+  wait_for_port "$PORT" || { cat "$RUN/nginx-error.log" >&2; exit 1; }
+  local master
+  master="$(cat "$RUN/nginx.pid")"
+  TAVIK_BENCH_SERVER_PIDS="$(
+    IFS=,
+    pids=("$master" $(pgrep -P "$master"))
+    echo "${pids[*]}"
+  )"
+  export TAVIK_BENCH_SERVER_PIDS
+}
+
 SERVER_NOTE=""
 if [ -n "$NGINX" ]; then
   log "starting nginx ($("$NGINX" -v 2>&1 | sed 's/.*: //'), $WORKERS worker) on 127.0.0.1"
@@ -74,17 +91,7 @@ if [ -n "$NGINX" ]; then
   export TAVIK_BENCH_SERVER_KIND="nginx"
   # The answers nginx serves are the sandbox's answers to the SDK's own requests.
   "$BUILD/bench/tavik_bench_net" --dump-fixtures "$RUN/www"
-  sed -e "s|@RUN@|$RUN|g" -e "s|@PORT@|$PORT|g" -e "s|@WORKERS@|$WORKERS|g" -e "s|@HTTP2@||g" \
-    "$ROOT/bench/nginx.conf.in" >"$RUN/nginx.conf"
-  "$NGINX" -p "$RUN" -c "$RUN/nginx.conf" -e "$RUN/nginx-error.log"
-  wait_for_port "$PORT" || { cat "$RUN/nginx-error.log" >&2; exit 1; }
-  MASTER="$(cat "$RUN/nginx.pid")"
-  TAVIK_BENCH_SERVER_PIDS="$(
-    IFS=,
-    pids=("$MASTER" $(pgrep -P "$MASTER"))
-    echo "${pids[*]}"
-  )"
-  export TAVIK_BENCH_SERVER_PIDS
+  start_nginx ""
 
   log "network benchmarks against nginx"
   "$BUILD/bench/tavik_bench_net" "${BENCH_ARGS[@]}" --benchmark_out="$RESULTS/net-nginx.json" \
@@ -104,16 +111,7 @@ if [ -n "$NGINX" ]; then
   log "network benchmarks against nginx over HTTP/2"
   kill "$(cat "$RUN/nginx.pid")"
   for _ in $(seq 100); do [ -f "$RUN/nginx.pid" ] || break; sleep 0.05; done
-  sed -e "s|@RUN@|$RUN|g" -e "s|@PORT@|$PORT|g" -e "s|@WORKERS@|$WORKERS|g" \
-    -e "s|@HTTP2@| http2|g" "$ROOT/bench/nginx.conf.in" >"$RUN/nginx.conf"
-  "$NGINX" -p "$RUN" -c "$RUN/nginx.conf" -e "$RUN/nginx-error.log"
-  wait_for_port "$PORT" || { cat "$RUN/nginx-error.log" >&2; exit 1; }
-  MASTER="$(cat "$RUN/nginx.pid")"
-  TAVIK_BENCH_SERVER_PIDS="$(
-    IFS=,
-    pids=("$MASTER" $(pgrep -P "$MASTER"))
-    echo "${pids[*]}"
-  )"
+  start_nginx " http2"
   TAVIK_BENCH_HTTP2=1 "$BUILD/bench/tavik_bench_net" "${BENCH_ARGS[@]}" \
     --benchmark_out="$RESULTS/net-nginx-h2.json" --benchmark_out_format=json
 else
