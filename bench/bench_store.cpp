@@ -6,6 +6,9 @@
 //   - a plain SQLite loop that inserts and then deletes the same 10,000 addresses in as
 //     many transactions as the store's groups would have been (one per 20 ms of burst);
 //   - a backlog of 10,000 stored events drained at start against the in-memory burst.
+//
+// `tavik_bench_store --drain-only [ROUNDS [shared]]` runs only the drain, ROUNDS times, for
+// a profiler (perf record -g, or callgrind with --separate-threads=yes).
 
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
@@ -193,23 +196,56 @@ void BM_EventStore(benchmark::State& state) {
   state.counters["sqlite_loop_cpu_us_per_event"] = 1e6 * sqliteCpu / kEvents;
   state.counters["sqlite_loop_groups"] = static_cast<double>(groups);
 
-  // A stored backlog of 10,000 drained at start, against an in-memory burst of 10,000.
-  const std::string backlog = tempPath("backlog.db");
-  writeBacklog(backlog, kEvents);
-  const double drainCpu0 = processCpuSeconds();
-  const auto drain0 = Clock::now();
-  detail::EventStoreOptions options;
-  options.path = backlog;
-  detail::openEventStore(options);
-  waitUntilStoreEmpty();
-  const double drainSeconds = secondsSince(drain0);
-  state.counters["drain_events_per_s"] = kEvents / drainSeconds;
-  state.counters["drain_ratio"] = (off.seconds / bursts) / drainSeconds;
-  state.counters["drain_cpu_us_per_event"] = 1e6 * (processCpuSeconds() - drainCpu0) / kEvents;
-  state.counters["drain_delivered"] = static_cast<double>(events::storeStats().delivered);
-  detail::closeEventStore();
-  removeDatabase(backlog);
+  // A stored backlog of 10,000 drained at start, against an in-memory burst of 10,000:
+  // to an event host of its own (the usual deployment), and to a host that also serves the
+  // ads, where the backlog leaves a connection free for fetches ("drain_shared_").
+  for (const bool shared : {false, true}) {
+    const std::string backlog = tempPath("backlog.db");
+    writeBacklog(backlog, kEvents);
+    const double drainCpu0 = processCpuSeconds();
+    const auto drain0 = Clock::now();
+    detail::EventStoreOptions options;
+    options.path = backlog;
+    if (shared) options.adOrigins = {server().baseUrl()};
+    detail::openEventStore(options);
+    waitUntilStoreEmpty();
+    const double drainSeconds = secondsSince(drain0);
+    const auto counter = [&](const char* what) -> benchmark::Counter& {
+      std::string name = shared ? "drain_shared_" : "drain_";
+      name.append(what);
+      return state.counters[name];
+    };
+    counter("events_per_s") = kEvents / drainSeconds;
+    counter("ratio") = (off.seconds / bursts) / drainSeconds;
+    counter("cpu_us_per_event") = 1e6 * (processCpuSeconds() - drainCpu0) / kEvents;
+    counter("delivered") = static_cast<double>(events::storeStats().delivered);
+    detail::closeEventStore();
+    removeDatabase(backlog);
+  }
   removeDatabase(storeFile);
+}
+
+// Drains `rounds` backlogs of 10,000 one after another and prints the rate of each; with
+// `shared`, as to a host that also serves the ads.
+int drainOnly(int rounds, bool shared) {
+  sdk();  // trusts the server's certificate
+  const std::string backlog = tempPath("backlog.db");
+  for (int round = 0; round < rounds; ++round) {
+    writeBacklog(backlog, kEvents);
+    const double cpu0 = processCpuSeconds();
+    const auto start = Clock::now();
+    detail::EventStoreOptions options;
+    options.path = backlog;
+    if (shared) options.adOrigins = {server().baseUrl()};
+    detail::openEventStore(options);
+    waitUntilStoreEmpty();
+    const double seconds = secondsSince(start);
+    std::printf("drain %d: %.0f events/s, %.1f us CPU per event\n", round + 1, kEvents / seconds,
+                1e6 * (processCpuSeconds() - cpu0) / kEvents);
+    detail::closeEventStore();
+    removeDatabase(backlog);
+  }
+  return 0;
 }
 
 }  // namespace
@@ -217,6 +253,10 @@ void BM_EventStore(benchmark::State& state) {
 }  // namespace tavik::bench
 
 int main(int argc, char** argv) {
+  if (argc > 1 && std::string(argv[1]) == "--drain-only") {
+    const bool shared = argc > 3 && std::string(argv[3]) == "shared";
+    return tavik::bench::drainOnly(argc > 2 ? std::atoi(argv[2]) : 5, shared);
+  }
   benchmark::RegisterBenchmark("event_store_10000", tavik::bench::BM_EventStore)
       ->Iterations(10)
       ->UseManualTime()

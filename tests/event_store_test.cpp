@@ -511,3 +511,54 @@ TEST(EventStore, CapAndAgeEvictTheOldestFirstAndTheCountsMatchTheService) {
   EXPECT_EQ(stats.pending, 0u);
   EXPECT_EQ(stats.evictedByCap + stats.evictedByAge + stats.delivered, 12u);
 }
+
+namespace {
+
+// Eight stored events meet a service that answers them after 30 s, with three connections
+// per host: how many of the host's connections the backlog holds at once.
+std::size_t connectionsTakenByABacklog(bool hostServesAds, const std::string& name) {
+  test::SandboxEnv certificates;  // makes the certificate the later sandbox reuses
+  const int port = test::closedPort();
+  const std::string host = "127.0.0.1:" + std::to_string(port);
+  auto settings = transport::settings();
+  settings.maxConnectionsPerHost = 3;
+  transport::configure(settings);
+  TAVIK::Builder builder;
+  builder.clientId("store-test").eventTrackingHost(host).eventStore(storePath(name));
+  if (hostServesAds) builder.displayAdsHost(host);
+  const TAVIK sdk = builder.build();
+  const auto registrar = sdk.registerEvent();
+  std::vector<RegisterEventProtocol::Result> first;
+  for (int i = 0; i < 8; ++i) {
+    first.push_back(registrar->registerTrackingEvent("c" + std::to_string(i),
+                                                     TavikEventName::funnelImpression, nullptr));
+  }
+  for (auto& result : first) EXPECT_FALSE(result.get()) << "the service was down";
+
+  sandbox::Options up;
+  up.port = port;
+  sandbox::Sandbox service(up);
+  service.script("/events", test::slow(30s));
+  service.start();
+  EXPECT_TRUE(service.waitForRequests(2, 10s));
+  std::this_thread::sleep_for(1500ms);  // the back-off of every retry has run out
+  const std::size_t taken = service.requests("/events").size();
+  if (hostServesAds) {
+    // The connection left free serves a fetch at once.
+    const auto fetched = sdk.adRenderer()->fetchBannerAdsWithAu("shopper", "home", "banner-1",
+                                                                std::nullopt, nullptr);
+    EXPECT_EQ(fetched.wait_for(10s), std::future_status::ready) << "a fetch waited behind it";
+  }
+  service.stop();
+  return taken;
+}
+
+}  // namespace
+
+TEST(EventStore, ABacklogTakesEveryConnectionOfAnEventHostOfItsOwn) {
+  EXPECT_EQ(connectionsTakenByABacklog(false, "own-host.db"), 3u);
+}
+
+TEST(EventStore, ABacklogLeavesAConnectionFreeOnAHostThatAlsoServesTheAds) {
+  EXPECT_EQ(connectionsTakenByABacklog(true, "shared-host.db"), 2u);
+}

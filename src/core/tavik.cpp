@@ -97,6 +97,7 @@ TAVIK TAVIK::Builder::build() const {
     options.path = eventStore_;
     options.limits = eventStoreLimits_;
     options.debug = debug_;
+    options.adOrigins = {config.displayAds->domainUri, config.plaAds->domainUri};
     detail::openEventStore(options);
     config.eventStore = eventStore_;
   }

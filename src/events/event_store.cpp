@@ -429,6 +429,17 @@ struct EventStore::Impl {
     return ok;
   }
 
+  // Whether `url` goes to one of the ad services, whose fetches must never wait behind it.
+  bool toAdOrigin(const std::string& url) const {
+    for (const auto& origin : options.adOrigins) {
+      if (origin.empty() || url.compare(0, origin.size(), origin) != 0) continue;
+      if (url.size() == origin.size()) return true;
+      const char next = url[origin.size()];
+      if (next == '/' || next == '?' || next == '#') return true;
+    }
+    return false;
+  }
+
   // Starts the retries that are due, oldest first, while fewer than maxInFlight run.
   void launchDue() {
     const std::int64_t at = now();
@@ -445,6 +456,7 @@ struct EventStore::Impl {
       request.url = it->second.url;
       request.debug = options.debug;
       request.source = RequestSource::storedEvent;
+      request.sparesConnection = toAdOrigin(request.url);
       request.cancellable = false;
       if (options.debug) debugLine("event store: sending again " + request.url);
       sendHttpRequest(std::move(request))

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "network/http_client.h"
 #include "tavik/core/future.h"
@@ -20,9 +21,10 @@ struct EventStoreOptions {
   /// durability window is this plus one commit.
   std::chrono::milliseconds commitInterval{20};
   /// Retries (and sends of a stored backlog) handed to the transport at once. The
-  /// transport starts them in a lane of their own that leaves a connection of the host
-  /// free and yields to any fetch or new event waiting, so this only bounds what waits
-  /// there (twice the default connections per host, as the transport admits).
+  /// transport starts them in a lane of their own that yields to any fetch or new event
+  /// waiting (and leaves a connection free on a host of the ad services, see
+  /// `adOrigins`), so this only bounds what waits there (twice the default connections
+  /// per host, as the transport admits).
   std::size_t maxInFlight = 12;
   /// Back-off: the n-th retry waits a random time in [0, min(maxRetryDelay,
   /// retryDelay * 2^n)] (full jitter), and at least the answer's "Retry-After".
@@ -30,6 +32,10 @@ struct EventStoreOptions {
   std::chrono::milliseconds maxRetryDelay{300'000};
   /// Milliseconds since the epoch; empty = the system clock. Ages are counted with it.
   std::function<std::int64_t()> clock;
+  /// Origins ("https://host[:port]") of the ad services. A stored event to one of them
+  /// leaves a connection of the host free, so that a fetch never waits behind a backlog;
+  /// one to a host of its own may use every connection the transport allows.
+  std::vector<std::string> adOrigins;
   /// SQLite's page limit for the database (0 = SQLite's own); a small one makes a full
   /// disk.
   int maxPageCount = 0;

@@ -133,10 +133,13 @@ std::string laneOf(const std::string& origin, RequestSource source) {
 // the origin's connections (one when there is a single one): with HTTP/1.1 a transfer
 // holds its connection, so the other half stays free for events and fetches, which
 // then start within one connection set-up however many creatives are in transfer.
+// Stored events get one connection each, all but one when they spare one.
 long laneCap(const Transfer& t) {
   const long connections = std::max(1L, t.settings->settings.maxConnectionsPerHost);
   if (t.request.source == RequestSource::media) return std::max(1L, connections / 2);
-  if (t.request.source == RequestSource::storedEvent) return std::max(1L, connections - 1);
+  if (t.request.source == RequestSource::storedEvent) {
+    return t.request.sparesConnection ? std::max(1L, connections - 1) : connections;
+  }
   return connections * 2;
 }
 
@@ -645,18 +648,22 @@ class HttpClient {
     }
   }
 
-  // Stored events are sent again only with a connection to spare: nothing of the origin's
-  // own lane waits, and after this one starts a connection of the host is still free, so
-  // a fetch or a new event never waits behind the store (with a single connection, a
-  // stored event goes only while the origin has nothing else in transfer).
+  // Stored events are sent again only on a connection the origin's own requests do not
+  // want: nothing of its own lane waits, and one goes only onto a connection nobody else
+  // holds. One that spares a connection also leaves one free after it, so a fetch or a new
+  // event never waits behind the store (with a single connection, such a stored event goes
+  // only while the origin has nothing else in transfer); one to a host of its own may take
+  // the last, and the host's next request waits for at most one exchange.
   bool roomFor(const Transfer& t, long laneActive) const {
     if (t.request.source != RequestSource::storedEvent) return true;
     const auto own = lanes_.find(t.origin);
     if (own != lanes_.end() && !own->second.waiting.empty()) return false;
     const long ownActive = own == lanes_.end() ? 0 : own->second.active;
     const long connections = std::max(1L, t.settings->settings.maxConnectionsPerHost);
-    if (connections == 1) return ownActive + laneActive == 0;
-    return ownActive + laneActive + 1 < connections;
+    const long busy = ownActive + laneActive;
+    if (!t.request.sparesConnection) return busy < connections;
+    if (connections == 1) return busy == 0;
+    return busy + 1 < connections;
   }
 
   // A transfer of `lane` left libcurl: let the next waiting one of that lane in, and

@@ -33,6 +33,10 @@ struct HttpRequest {
   RequestSource source = RequestSource::direct;
   /// False for requests whose future is never cancelled (events): no cancel hook is kept.
   bool cancellable = true;
+  /// For a stored event: leave one connection of the host free for its own requests, for
+  /// a host that also serves ad fetches. A host of its own (the usual event-tracking
+  /// host) lends every connection to a backlog; its own requests still go first.
+  bool sparesConnection = true;
 };
 
 struct HttpResponse {
