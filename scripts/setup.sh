@@ -5,7 +5,7 @@ set -euo pipefail
 
 TAVIK_PACKAGES=(
   build-essential cmake ninja-build pkg-config curl ca-certificates
-  libcurl4-openssl-dev libsqlite3-dev nlohmann-json3-dev libcpp-httplib-dev libssl-dev
+  libcurl4-openssl-dev libsqlite3-dev libsimdjson-dev nlohmann-json3-dev libcpp-httplib-dev libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
   # tavik::quick: Qt 6.4 Quick and Multimedia, the QML modules the views and tests import,

@@ -6,6 +6,7 @@
 #include <limits>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -249,6 +250,69 @@ TEST(AdModelsHostile, NestingLimitAppliesEverywhere) {
   } catch (const DecodingError& e) {
     EXPECT_NO_THROW(static_cast<void>(json(e.what()).dump()));
     EXPECT_EQ(e.path(), "ads.au[0].rank");
+  }
+}
+
+// Text is decoded by a faster parser than the one behind a caller's parsed value; both must
+// give the same records, or the same error with the same path, for every document.
+TEST(AdModelsDecode, TextAndParsedValueDecodeAlike) {
+  const std::string ad = bannerJson("u").dump();
+  const auto withAd = [](const std::string& adText) {
+    return R"({"ads":{"b":[)" + adText + R"(],"a":[]}})";
+  };
+  const auto replace = [&](const std::string& from, const std::string& to) {
+    std::string text = ad;
+    text.replace(text.find(from), from.size(), to);
+    return withAd(text);
+  };
+  const std::vector<std::string> documents = {
+      withAd(ad),
+      // Duplicate keys: the last one counts, for a field and for an ad unit.
+      replace(R"("rank":1)", R"("rank":"one","rank":7)"),
+      replace(R"("rank":1)", R"("rank":7,"rank":"one")"),
+      R"({"ads":{"a":[1],"a":[]}})",
+      R"({"ads":{"a":[],"a":[1]}})",
+      // Numbers at and beyond the 64-bit integer range, integral floats, -0.
+      replace(R"("rank":1)", R"("rank":9223372036854775807)"),
+      replace(R"("rank":1)", R"("rank":9223372036854775808)"),
+      replace(R"("rank":1)", R"("rank":18446744073709551616)"),
+      replace(R"("rank":1)", R"("rank":-9223372036854775809)"),
+      replace(R"("rank":1)", R"("rank":1e2)"),
+      replace(R"("rank":1)", R"("rank":1.5)"),
+      replace(R"("rank":1)", R"("rank":-0)"),
+      replace(R"("rank":1)", R"("rank":1e400)"),
+      // Escapes, a NUL by escape, surrogates, control characters, bad UTF-8.
+      replace(R"("uclid":"u")", R"("uclid":"\u00e9\ud83d\ude00\u0000\"\\\/")"),
+      replace(R"("uclid":"u")", R"("uclid":"\ud800")"),
+      replace(R"("uclid":"u")", "\"uclid\":\"a\x01\""),
+      replace(R"("uclid":"u")", "\"uclid\":\"\xff\""),
+      // Nulls, wrong types, missing keys, trailing text, a byte-order mark.
+      replace(R"("rank":1)", R"("rank":null)"),
+      replace(R"("uclid":"u")", R"("uclid":["u"])"),
+      replace(R"("elements":)", R"("elementz":)"),
+      R"({"ads":[]})",
+      R"({"ads":{"a":{}}})",
+      withAd(ad) + " x",
+      "\xEF\xBB\xBF" + withAd(ad),
+      "",
+  };
+  for (const auto& text : documents) {
+    std::string fromText, fromValue;
+    try {
+      fromText = encode(decodeAds(text));
+    } catch (const DecodingError& e) {
+      fromText = std::string("error at ") + e.path() + ": " + e.what();
+    }
+    try {
+      fromValue = encode(decodeAds(json::parse(text)));
+    } catch (const json::exception&) {
+      // Not JSON at all: the text's error is the parser's own message.
+      EXPECT_EQ(fromText.rfind("error at : invalid JSON: ", 0), 0u) << text << "\n" << fromText;
+      continue;
+    } catch (const DecodingError& e) {
+      fromValue = std::string("error at ") + e.path() + ": " + e.what();
+    }
+    EXPECT_EQ(fromText, fromValue) << text;
   }
 }
 

@@ -9,14 +9,20 @@
 #include <limits>
 #include <new>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
+#include <simdjson.h>
 #include <nlohmann/json.hpp>
 
 namespace tavik {
 namespace {
 
 using nlohmann::json;
+// Text the decoder parses itself goes through simdjson, several times faster than
+// nlohmann; a value the caller parsed is walked as it is. Every failure is worded by the
+// nlohmann walk, so both give the same message for the same document.
+using SimdValue = simdjson::dom::element;
 
 // ---------------------------------------------------------------------------------------
 // Error text
@@ -178,7 +184,14 @@ class Enter {
 };
 
 // ---------------------------------------------------------------------------------------
-// Field readers
+// Field readers, for either document
+
+bool isNull(const json& value) {
+  return value.is_null();
+}
+bool isNull(SimdValue value) {
+  return value.is_null();
+}
 
 std::int64_t integerValue(const json& value, const Path& path, std::string_view key) {
   constexpr double kTwoTo63 = 9223372036854775808.0;
@@ -211,6 +224,27 @@ std::int64_t integerValue(const json& value, const Path& path, std::string_view 
   }
 }
 
+// The same rules on simdjson's document. Its failures are never shown: the decoder
+// words them again through the nlohmann walk.
+std::int64_t integerValue(SimdValue value, const Path& path, std::string_view key) {
+  constexpr double kTwoTo63 = 9223372036854775808.0;
+  switch (value.type()) {
+    case simdjson::dom::element_type::INT64:
+      return value.get_int64().value_unsafe();
+    case simdjson::dom::element_type::DOUBLE: {
+      const double number = value.get_double().value_unsafe();
+      if (std::isfinite(number) && std::trunc(number) == number && number < kTwoTo63 &&
+          number >= -kTwoTo63) {
+        return static_cast<std::int64_t>(number);
+      }
+      break;
+    }
+    default:  // UINT64 holds only numbers above the 64-bit integer range
+      break;
+  }
+  path.fail("expected an integer", key);
+}
+
 // Every string is read once, so one that belongs to the decoder's own document is moved.
 std::string stringValue(const json& value, const Path& path, std::string_view key) {
   if (!value.is_string()) path.fail("expected a string but found " + describe(value), key);
@@ -218,24 +252,89 @@ std::string stringValue(const json& value, const Path& path, std::string_view ke
   return value.get_ref<const std::string&>();
 }
 
-// Reads the members of one JSON object on the current path. Required members must be
-// present and non-null; optional ones may be missing or null; other members are ignored.
-class Fields {
+std::string stringValue(SimdValue value, const Path& path, std::string_view key) {
+  std::string_view text;
+  if (value.get_string().get(text) != simdjson::SUCCESS) path.fail("expected a string", key);
+  return std::string(text);
+}
+
+// The members of one object. nlohmann keeps the last of duplicate keys; simdjson keeps
+// them all, so the lookup takes the last one too.
+class Members {
  public:
-  Fields(const json& value, Path& path) : path_(path) {
-    if (!value.is_object()) path_.fail("expected an object but found " + describe(value));
+  Members(const json& value, const Path& path) {
+    if (!value.is_object()) path.fail("expected an object but found " + describe(value));
     object_ = value.get_ptr<const json::object_t*>();
   }
-
-  const json& required(std::string_view key) const {
-    const json* value = find(key);
-    if (value == nullptr) path_.fail("missing required key " + quote(key), key);
-    if (value->is_null()) path_.fail("required key " + quote(key) + " is null", key);
-    return *value;
+  const json* find(std::string_view key) const {
+    const auto it = object_->find(key);
+    return it == object_->end() ? nullptr : &it->second;
   }
-  const json* optional(std::string_view key) const {
-    const json* value = find(key);
-    return value == nullptr || value->is_null() ? nullptr : value;
+
+ private:
+  const json::object_t* object_ = nullptr;
+};
+
+class SimdMembers {
+ public:
+  SimdMembers(SimdValue value, const Path& path) {
+    if (value.get_object().get(object_) != simdjson::SUCCESS) path.fail("expected an object");
+  }
+  const SimdValue* find(std::string_view key) const {
+    const SimdValue* found = nullptr;
+    for (const auto field : object_) {
+      if (field.key == key) {
+        found_ = field.value;
+        found = &found_;
+      }
+    }
+    return found;
+  }
+
+ private:
+  simdjson::dom::object object_;
+  mutable SimdValue found_;
+};
+
+Members membersOf(const json& value, const Path& path) {
+  return Members(value, path);
+}
+SimdMembers membersOf(SimdValue value, const Path& path) {
+  return SimdMembers(value, path);
+}
+
+// Calls `each(element)` for the elements of an array, after `expect(size)`.
+template <typename Expect, typename Each>
+void forEachElement(const json& value, const Path& path, std::string_view what, Expect expect,
+                    Each each) {
+  if (!value.is_array())
+    path.fail("expected " + std::string(what) + " but found " + describe(value));
+  expect(value.size());
+  for (const json& element : value) each(element);
+}
+
+template <typename Expect, typename Each>
+void forEachElement(SimdValue value, const Path& path, std::string_view, Expect expect, Each each) {
+  simdjson::dom::array array;
+  if (value.get_array().get(array) != simdjson::SUCCESS) path.fail("expected an array");
+  expect(array.size());
+  for (const SimdValue element : array) each(element);
+}
+
+// Reads the members of one JSON object on the current path. Required members must be
+// present and non-null; optional ones may be missing or null; other members are ignored.
+template <typename Value>
+class Fields {
+ public:
+  using Ref = std::conditional_t<std::is_same_v<Value, json>, const json&, SimdValue>;
+
+  Fields(Ref value, Path& path) : members_(membersOf(value, path)), path_(path) {}
+
+  Ref required(std::string_view key) const {
+    const Value* value = members_.find(key);
+    if (value == nullptr) path_.fail("missing required key " + quote(key), key);
+    if (isNull(*value)) path_.fail("required key " + quote(key) + " is null", key);
+    return *value;
   }
 
   std::string string(std::string_view key) const { return stringValue(required(key), path_, key); }
@@ -243,20 +342,20 @@ class Fields {
     return integerValue(required(key), path_, key);
   }
   std::optional<std::string> optionalString(std::string_view key) const {
-    const json* value = optional(key);
-    if (value == nullptr) return std::nullopt;
+    const Value* value = members_.find(key);
+    if (value == nullptr || isNull(*value)) return std::nullopt;
     return stringValue(*value, path_, key);
   }
   std::optional<std::int64_t> optionalInteger(std::string_view key) const {
-    const json* value = optional(key);
-    if (value == nullptr) return std::nullopt;
+    const Value* value = members_.find(key);
+    if (value == nullptr || isNull(*value)) return std::nullopt;
     return integerValue(*value, path_, key);
   }
 
   // A nested record, decoded by `decode(value, path)` with `key` on the path.
   template <typename Decode>
   auto record(std::string_view key, Decode decode) const {
-    const json& value = required(key);
+    Ref value = required(key);
     Enter scope(path_, key);
     return decode(value, path_);
   }
@@ -264,34 +363,30 @@ class Fields {
   // A required array of records; an empty array is fine.
   template <typename Decode>
   auto list(std::string_view key, Decode decode) const {
-    const json& value = required(key);
+    Ref value = required(key);
     Enter scope(path_, key);
-    if (!value.is_array()) path_.fail("expected an array but found " + describe(value));
     std::vector<decltype(decode(value, path_))> out;
-    out.reserve(value.size());
     std::size_t index = 0;
-    for (const json& element : value) {
-      Enter at(path_, index++);
-      out.push_back(decode(element, path_));
-    }
+    forEachElement(
+        value, path_, "an array", [&](std::size_t size) { out.reserve(size); },
+        [&](Ref element) {
+          Enter at(path_, index++);
+          out.push_back(decode(element, path_));
+        });
     return out;
   }
 
  private:
-  const json* find(std::string_view key) const {
-    const auto it = object_->find(key);
-    return it == object_->end() ? nullptr : &it->second;
-  }
-
-  const json::object_t* object_ = nullptr;
+  decltype(membersOf(std::declval<Ref>(), std::declval<const Path&>())) members_;
   Path& path_;
 };
 
 // ---------------------------------------------------------------------------------------
 // Records, field by field in declaration order (so the first bad field is reported).
 
-BannerAdElements bannerAdElements(const json& value, Path& path) {
-  const Fields fields(value, path);
+template <typename V>
+BannerAdElements bannerAdElements(const V& value, Path& path) {
+  const Fields<V> fields(value, path);
   return BannerAdElements{
       .value = fields.string("value"),
       .height = fields.integer("height"),
@@ -304,8 +399,9 @@ BannerAdElements bannerAdElements(const json& value, Path& path) {
   };
 }
 
-CarouselMedia carouselMedia(const json& value, Path& path) {
-  const Fields fields(value, path);
+template <typename V>
+CarouselMedia carouselMedia(const V& value, Path& path) {
+  const Fields<V> fields(value, path);
   return CarouselMedia{
       .value = fields.string("value"),
       .height = fields.integer("height"),
@@ -315,23 +411,25 @@ CarouselMedia carouselMedia(const json& value, Path& path) {
   };
 }
 
-CarouselCard carouselCard(const json& value, Path& path) {
-  const Fields fields(value, path);
+template <typename V>
+CarouselCard carouselCard(const V& value, Path& path) {
+  const Fields<V> fields(value, path);
   return CarouselCard{
-      .media = fields.record("media", carouselMedia),
+      .media = fields.record("media", carouselMedia<V>),
       .destinationUrl = fields.optionalString("destination_url"),
   };
 }
 
-CarouselAdElements carouselAdElements(const json& value, Path& path) {
-  const Fields fields(value, path);
-  return CarouselAdElements{.carouselCards = fields.list("carousel_cards", carouselCard)};
+template <typename V>
+CarouselAdElements carouselAdElements(const V& value, Path& path) {
+  const Fields<V> fields(value, path);
+  return CarouselAdElements{.carouselCards = fields.list("carousel_cards", carouselCard<V>)};
 }
 
 // BannerAd and CarouselAd differ only in their elements.
-template <typename Ad, typename DecodeElements>
-Ad ad(const json& value, Path& path, DecodeElements decodeElements) {
-  const Fields fields(value, path);
+template <typename Ad, typename V, typename DecodeElements>
+Ad ad(const V& value, Path& path, DecodeElements decodeElements) {
+  const Fields<V> fields(value, path);
   return Ad{
       .uclid = fields.string("uclid"),
       .au = fields.string("au"),
@@ -345,36 +443,50 @@ Ad ad(const json& value, Path& path, DecodeElements decodeElements) {
   };
 }
 
-BannerAd bannerAd(const json& value, Path& path) {
-  return ad<BannerAd>(value, path, bannerAdElements);
+template <typename V>
+BannerAd bannerAd(const V& value, Path& path) {
+  return ad<BannerAd>(value, path, bannerAdElements<V>);
 }
 
-CarouselAd carouselAd(const json& value, Path& path) {
-  return ad<CarouselAd>(value, path, carouselAdElements);
+template <typename V>
+CarouselAd carouselAd(const V& value, Path& path) {
+  return ad<CarouselAd>(value, path, carouselAdElements<V>);
+}
+
+// Calls `each(unit, list)` for the members of the object of ad units, in the order of the
+// document's keys (the last of duplicate keys counts, as in nlohmann's object).
+template <typename Each>
+void forEachUnit(const json& units, const Path& path, Each each) {
+  if (!units.is_object()) path.fail("expected an object of ad units but found " + describe(units));
+  for (const auto& [unit, list] : units.get_ref<const json::object_t&>()) each(unit, list);
+}
+
+template <typename Each>
+void forEachUnit(SimdValue units, const Path& path, Each each) {
+  simdjson::dom::object object;
+  if (units.get_object().get(object) != simdjson::SUCCESS) path.fail("expected an object");
+  for (const auto field : object) each(field.key, field.value);
 }
 
 // {"ads": {"<ad unit>": [ad, ...], ...}}
-template <typename Document, typename DecodeAd>
-Document document(const json& root, Path& path, DecodeAd decodeAd) {
-  const Fields fields(root, path);
-  const json& units = fields.required("ads");
+template <typename Document, typename V, typename DecodeAd>
+Document document(const V& root, Path& path, DecodeAd decodeAd) {
+  const Fields<V> fields(root, path);
+  const auto& units = fields.required("ads");
   Enter scope(path, std::string_view("ads"));
-  if (!units.is_object()) path.fail("expected an object of ad units but found " + describe(units));
-
   Document out;
-  for (const auto& [unit, list] : units.get_ref<const json::object_t&>()) {
-    Enter at(path, std::string_view(unit));
-    if (!list.is_array()) path.fail("expected an array of ads but found " + describe(list));
+  forEachUnit(units, path, [&](std::string_view unit, const V& list) {
+    Enter at(path, unit);
     std::vector<decltype(decodeAd(list, path))> ads;
-    ads.reserve(list.size());
     std::size_t index = 0;
-    for (const json& element : list) {
-      Enter atIndex(path, index++);
-      ads.push_back(decodeAd(element, path));
-    }
-    // Both maps are sorted by the same order, so every insertion goes at the end.
-    out.ads.emplace_hint(out.ads.end(), unit, std::move(ads));
-  }
+    forEachElement(
+        list, path, "an array of ads", [&](std::size_t size) { ads.reserve(size); },
+        [&](const V& element) {
+          Enter atIndex(path, index++);
+          ads.push_back(decodeAd(element, path));
+        });
+    out.ads.insert_or_assign(std::string(unit), std::move(ads));
+  });
   return out;
 }
 
@@ -416,8 +528,23 @@ auto guarded(Decode decode) -> decltype(decode()) {
   }
 }
 
-template <typename Result>
-Result decodeText(std::string_view text, Result (*decodeValue)(const json&, Path&)) {
+// The fast parser refuses everything deeper than the pre-check allows.
+static_assert(kMaxJsonNestingDepth == detail::kMaxJsonDepth);
+
+// Text is parsed and walked with simdjson; a document it refuses or cannot decode is
+// decoded again through nlohmann, which accepts a few more numbers (integers beyond 64
+// bits, as floating point) and words every failure.
+template <typename Result, typename Decode>
+Result decodeText(std::string_view text, Decode decodeValue) {
+  try {
+    SimdValue root;
+    if (detail::fastJsonParser().parse(text.data(), text.size()).get(root) == simdjson::SUCCESS) {
+      Path path;
+      return decodeValue(root, path);
+    }
+  } catch (const std::exception&) {
+    // decoded again below, for the message
+  }
   return guarded([&] {
     json value = parse(text);
     Path path(true);
@@ -425,23 +552,45 @@ Result decodeText(std::string_view text, Result (*decodeValue)(const json&, Path
   });
 }
 
-template <typename Result>
-Result decodeParsed(const json& value, Result (*decodeValue)(const json&, Path&)) {
+template <typename Result, typename Decode>
+Result decodeParsed(const json& value, Decode decodeValue) {
   return guarded([&] {
     Path path;
     return decodeValue(value, path);
   });
 }
 
-Ads adsDocument(const json& root, Path& path) {
-  return document<Ads>(root, path, bannerAd);
-}
-CarouselAds carouselAdsDocument(const json& root, Path& path) {
-  return document<CarouselAds>(root, path, carouselAd);
-}
-MultiAdsCarousel multiAdsCarouselDocument(const json& root, Path& path) {
-  return document<MultiAdsCarousel>(root, path, bannerAd);
-}
+// Each entry point's walk, for either document.
+struct AdsDocument {
+  template <typename V>
+  Ads operator()(const V& root, Path& path) const {
+    return document<Ads>(root, path, bannerAd<V>);
+  }
+};
+struct CarouselAdsDocument {
+  template <typename V>
+  CarouselAds operator()(const V& root, Path& path) const {
+    return document<CarouselAds>(root, path, carouselAd<V>);
+  }
+};
+struct MultiAdsCarouselDocument {
+  template <typename V>
+  MultiAdsCarousel operator()(const V& root, Path& path) const {
+    return document<MultiAdsCarousel>(root, path, bannerAd<V>);
+  }
+};
+struct OneBannerAd {
+  template <typename V>
+  BannerAd operator()(const V& value, Path& path) const {
+    return bannerAd(value, path);
+  }
+};
+struct OneCarouselAd {
+  template <typename V>
+  CarouselAd operator()(const V& value, Path& path) const {
+    return carouselAd(value, path);
+  }
+};
 
 // ---------------------------------------------------------------------------------------
 // Encoding
@@ -510,36 +659,36 @@ std::string text(const json& value) {
 }  // namespace
 
 Ads decodeAds(std::string_view jsonText) {
-  return decodeText(jsonText, adsDocument);
+  return decodeText<Ads>(jsonText, AdsDocument{});
 }
 CarouselAds decodeCarouselAds(std::string_view jsonText) {
-  return decodeText(jsonText, carouselAdsDocument);
+  return decodeText<CarouselAds>(jsonText, CarouselAdsDocument{});
 }
 MultiAdsCarousel decodeMultiAdsCarousel(std::string_view jsonText) {
-  return decodeText(jsonText, multiAdsCarouselDocument);
+  return decodeText<MultiAdsCarousel>(jsonText, MultiAdsCarouselDocument{});
 }
 BannerAd decodeBannerAd(std::string_view jsonText) {
-  return decodeText(jsonText, bannerAd);
+  return decodeText<BannerAd>(jsonText, OneBannerAd{});
 }
 CarouselAd decodeCarouselAd(std::string_view jsonText) {
-  return decodeText(jsonText, carouselAd);
+  return decodeText<CarouselAd>(jsonText, OneCarouselAd{});
 }
 
 namespace detail {
 Ads decodeAdsValue(const json& document) {
-  return decodeParsed(document, adsDocument);
+  return decodeParsed<Ads>(document, AdsDocument{});
 }
 CarouselAds decodeCarouselAdsValue(const json& document) {
-  return decodeParsed(document, carouselAdsDocument);
+  return decodeParsed<CarouselAds>(document, CarouselAdsDocument{});
 }
 MultiAdsCarousel decodeMultiAdsCarouselValue(const json& document) {
-  return decodeParsed(document, multiAdsCarouselDocument);
+  return decodeParsed<MultiAdsCarousel>(document, MultiAdsCarouselDocument{});
 }
 BannerAd decodeBannerAdValue(const json& value) {
-  return decodeParsed(value, bannerAd);
+  return decodeParsed<BannerAd>(value, OneBannerAd{});
 }
 CarouselAd decodeCarouselAdValue(const json& value) {
-  return decodeParsed(value, carouselAd);
+  return decodeParsed<CarouselAd>(value, OneCarouselAd{});
 }
 }  // namespace detail
 

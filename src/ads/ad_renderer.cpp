@@ -49,11 +49,13 @@ Future<std::optional<Result>> render(const Config& config, const std::string& cl
           gate->report(TavikError::badResponse());
           return std::nullopt;
         }
-        // "data" is the parsed body written back as text: decode the parsed value the
-        // transport already holds instead of parsing the text again (an empty body has none).
+        // The answer holds the body as checked text or as a parsed value (an empty body as
+        // neither: "data" is empty then too).
         decltype(decode(*data)) document;
         try {
-          document = answer->body.is_null() ? decode(*data) : decode(answer->body);
+          document = !answer->text.empty()    ? decode(answer->text)
+                     : answer->body.is_null() ? decode(*data)
+                                              : decode(answer->body);
         } catch (const DecodingError& e) {
           gate->report(TavikError::defaultError(std::make_shared<DecodingError>(e)));
           return std::nullopt;

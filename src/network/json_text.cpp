@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <string>
+
+#include <simdjson.h>
 
 namespace tavik::detail {
 
@@ -102,6 +105,23 @@ nlohmann::json parseJsonContainer(std::string_view text) {
                               nullptr);
   }
   return parsed;
+}
+
+simdjson::dom::parser& fastJsonParser() {
+  thread_local simdjson::dom::parser parser = [] {
+    simdjson::dom::parser made;
+    if (made.allocate(4096, kMaxJsonDepth) != simdjson::SUCCESS) throw std::bad_alloc();
+    return made;
+  }();
+  return parser;
+}
+
+bool isJsonContainerText(std::string_view text) {
+  simdjson::dom::element root;
+  if (fastJsonParser().parse(text.data(), text.size()).get(root) != simdjson::SUCCESS) {
+    return false;
+  }
+  return root.is_object() || root.is_array();
 }
 
 }  // namespace tavik::detail

@@ -56,7 +56,9 @@ detail::Answer answerOf(const detail::HttpResponse& response, bool withText = tr
   }
   detail::Answer answer;
   std::string data;
-  if (!response.body.empty()) {
+  if (!withText && detail::isJsonContainerText(response.body)) {
+    answer.text = response.body;
+  } else if (!response.body.empty()) {
     answer.body = detail::parseJsonContainer(response.body);
     if (withText) {
       try {

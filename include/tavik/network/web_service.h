@@ -14,13 +14,16 @@
 namespace tavik {
 
 namespace detail {
-/// The response dictionary together with the answer's parsed body (null for an empty
-/// body), for code inside the SDK that decodes the body and would otherwise parse the
-/// dictionary's "data" text a second time. The dictionary's "data" is left empty: the
-/// parsed body is the answer, and writing it back as text is work nobody reads.
+/// The response dictionary together with the answer's body, for code inside the SDK that
+/// decodes the body and would otherwise parse the dictionary's "data" text a second time.
+/// The dictionary's "data" is left empty: the body is the answer, and writing it back as
+/// text is work nobody reads. The body is either `text`, checked to be a JSON object or
+/// array and left for the decoder to parse its own way (`body` is then null), or `body`,
+/// parsed, for what the fast check refused; both are empty for an empty body.
 struct Answer {
   nlohmann::json dictionary;
   nlohmann::json body;
+  std::string text;
 };
 }  // namespace detail
 
