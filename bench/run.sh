@@ -287,6 +287,9 @@ if store and "event_store_10000" in store[0]:
     print(f"  drain of 10,000 stored events: {fmt(st['drain_events_per_s'], 0)}/s, {fmt(st['drain_ratio'], 2)}x one in-memory burst"
           f" (target >= 1.00x, {'met' if st['drain_ratio'] >= 1.0 else 'MISSED'});"
           f" plain SQLite loop {fmt(st['sqlite_loop_cpu_us_per_event'], 1)} us CPU per event")
+    if 'drain_shared_ratio' in st:
+        print(f"    to an event host that also serves the ads (one connection left free):"
+              f" {fmt(st['drain_shared_events_per_s'], 0)}/s, {fmt(st['drain_shared_ratio'], 2)}x")
 
 parts = load("transport-parts.json")
 if parts:
