@@ -28,7 +28,9 @@
 // property, so the snippet must have one; "\n" in it is a newline), for finding where an
 // item's heap goes. --image-formats-only leaves the video formats out of figure 2 (showAd of the
 // video banner, the multi-ad strip with its video card and the picture in picture, and the mute
-// toggle): their time is the media pipeline's.
+// toggle): their time is the media pipeline's. --cycle-only NAME runs only figure 4's cycle
+// rows of that name ("picture in picture"); --exit-after-cycles leaves the process right after
+// them, torn down by nothing, for a heap profiler (heaptrack) to report what they left alive.
 #include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -49,6 +51,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -363,6 +366,10 @@ int main(int argc, char** argv) {
   const QStringList figures =
       figuresAt > 0 && figuresAt + 1 < args.size() ? args[figuresAt + 1].split(',') : QStringList();
   const bool imagesOnly = args.contains(QStringLiteral("--image-formats-only"));
+  const int cycleOnlyAt = args.indexOf("--cycle-only");
+  const QString cycleOnly =
+      cycleOnlyAt > 0 && cycleOnlyAt + 1 < args.size() ? args[cycleOnlyAt + 1] : QString();
+  const bool exitAfterCycles = args.contains(QStringLiteral("--exit-after-cycles"));
   auto runs = [&](const char* figure) {
     return figures.isEmpty() || figures.contains(QLatin1String(figure));
   };
@@ -791,6 +798,7 @@ int main(int argc, char** argv) {
     else
       std::printf("\n4. memory\n");
     auto cycle = [&](const char* name, int count, const std::function<void()>& once) {
+      if (!cycleOnly.isEmpty() && cycleOnly != QLatin1String(name)) return;
       const long warningsBefore = warnings.count();
       double at100 = 0;
       for (int i = 0; i < count; ++i) {
@@ -854,6 +862,12 @@ int main(int argc, char** argv) {
         std::printf("  the two video formats, longer:\n");
         cycle("video banner", longCycles, videoBannerOnce);
         cycle("picture in picture", longCycles, overlayOnce(pips, pipWindow, *video));
+      }
+      if (exitAfterCycles) {
+        // Left without tearing anything down, so that a heap profiler sees as leaked what
+        // the cycles left alive.
+        std::fflush(stdout);
+        std::_Exit(0);
       }
     }
 
