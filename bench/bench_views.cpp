@@ -124,7 +124,10 @@ class SandboxProcess {
     base_ = QString::fromUtf8(process_.readLine()).trimmed();
     return base_.startsWith("https://");
   }
-  ~SandboxProcess() {
+  ~SandboxProcess() { stop(); }
+  // Also for a run that leaves without destructors (--exit-after-cycles).
+  void stop() {
+    if (process_.state() == QProcess::NotRunning) return;
     process_.terminate();
     process_.waitForFinished(3000);
   }
@@ -890,8 +893,9 @@ int main(int argc, char** argv) {
       }
       if (exitAfterCycles) {
         // Left without tearing anything down, so that a heap profiler sees as leaked what
-        // the cycles left alive.
+        // the cycles left alive; only the sandbox, a process of its own, is stopped.
         std::fflush(stdout);
+        sandbox.stop();
         std::_Exit(0);
       }
     }
