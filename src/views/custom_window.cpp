@@ -190,6 +190,9 @@ void CustomWindow::dismiss() {
   if (host_) {
     QQuickItem* host = host_;
     host_ = nullptr;
+    // Content still being built stops here: nothing more of it is made for a layer that
+    // goes.
+    quick::detail::stopViewItemsIn(host);
     host->setVisible(false);
     // The videos' players go back before the layer leaves its window, not when it is
     // deleted, and their outputs wait in the window they drew in.

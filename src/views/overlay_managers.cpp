@@ -1,4 +1,3 @@
-#include <QPointer>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
@@ -30,39 +29,45 @@ void connectCallbacks(View* view, const std::function<void(const BannerAd&)>& ad
 
 }  // namespace
 
+// The overlay's layer is up, at its size, when showAd returns; the view inside it is built
+// over the engine's idle time and completed at the latest as the window prepares its next
+// frame, so that frame draws it whole (a preloaded creative included).
 void InterstitialAdViewManager::showAd(const BannerAd& ad, const InterstitialAdSettings& settings) {
   if (!isImageCreative(ad.crt) && !isVideoCreative(ad.crt)) return;
   QQuickWindow* window = CustomWindow::keyWindow();
   if (!window) return;
   CustomWindow* overlay = customWindow.get();
-  QPointer<QQuickItem> shown;
+  const bool debug = config.debug;
   overlay->show(
       [&](QQmlEngine* engine, QQuickItem* host) -> QQuickItem* {
-        return shown = quick::detail::createViewItem(
-                   QStringLiteral("InterstitialAdView"), config.debug, engine, host,
-                   [&](QObject* object) {
-                     auto* view = qobject_cast<quick::InterstitialAdViewBase*>(object);
-                     if (!view) return;
-                     view->setConfig(quick::QmlConfig(config));
-                     view->setAd(quick::QmlBannerAd(ad));
-                     if (settings.position) view->setPosition(*settings.position);
-                     view->setAlignment(settings.alignment.value_or(Qt::AlignCenter));
-                     view->setProperty("adWidth", quick::hostLength(settings.width));
-                     view->setProperty("adHeight", quick::hostLength(settings.height));
-                     view->setProperty("adLabelText",
-                                       QString::fromStdString(settings.adLabelText.value_or("")));
-                     view->setProperty("adLabelAlignment", int(settings.adLabelAlignment));
-                     QObject::connect(view, &quick::InterstitialAdViewBase::dismissRequested,
-                                      overlay, &CustomWindow::dismiss, Qt::QueuedConnection);
-                     connectCallbacks(view, settings.adAppear, settings.adClicked,
-                                      settings.adViewable);
-                   });
+        const bool started = quick::detail::startViewItem(
+            QStringLiteral("InterstitialAdView"), debug, engine, host,
+            [config = config, ad, settings, overlay](QObject* object) {
+              auto* view = qobject_cast<quick::InterstitialAdViewBase*>(object);
+              if (!view) return;
+              view->setConfig(quick::QmlConfig(config));
+              view->setAd(quick::QmlBannerAd(ad));
+              if (settings.position) view->setPosition(*settings.position);
+              view->setAlignment(settings.alignment.value_or(Qt::AlignCenter));
+              view->setProperty("adWidth", quick::hostLength(settings.width));
+              view->setProperty("adHeight", quick::hostLength(settings.height));
+              view->setProperty("adLabelText",
+                                QString::fromStdString(settings.adLabelText.value_or("")));
+              view->setProperty("adLabelAlignment", int(settings.adLabelAlignment));
+              QObject::connect(view, &quick::InterstitialAdViewBase::dismissRequested, overlay,
+                               &CustomWindow::dismiss, Qt::QueuedConnection);
+              connectCallbacks(view, settings.adAppear, settings.adClicked, settings.adViewable);
+            },
+            // Keys go to the interstitial while it is up (Escape closes it once it may).
+            [](QQuickItem* view) { view->forceActiveFocus(); },
+            /*beforeNextFrame=*/true);
+        return started ? host : nullptr;
       },
       window->width(), window->height(), false, std::nullopt);
-  // Keys go to the interstitial while it is up (Escape closes it once it may).
-  if (shown) shown->forceActiveFocus();
 }
 
+// The panel is up, at its size, when showAd returns; the video view inside it is built over
+// the engine's idle time and completed at the latest for the window's next frame.
 void PIPAdViewManager::showAd(const BannerAd& ad, const PIPAdSettings& settings) {
   if (!isVideoCreative(ad.crt)) return;
   const auto& limits = quick::screenLimits();
@@ -71,10 +76,12 @@ void PIPAdViewManager::showAd(const BannerAd& ad, const PIPAdSettings& settings)
   const double height =
       std::min<double>(settings.height.value_or(float(ad.elements.height)), limits.maxAdHeight);
   CustomWindow* overlay = customWindow.get();
+  const bool debug = config.debug;
   overlay->show(
       [&](QQmlEngine* engine, QQuickItem* host) -> QQuickItem* {
-        return quick::detail::createViewItem(
-            QStringLiteral("PIPAdView"), config.debug, engine, host, [&](QObject* object) {
+        const bool started = quick::detail::startViewItem(
+            QStringLiteral("PIPAdView"), debug, engine, host,
+            [config = config, ad, settings, overlay](QObject* object) {
               auto* view = qobject_cast<quick::PIPAdViewBase*>(object);
               if (!view) return;
               view->setConfig(quick::QmlConfig(config));
@@ -84,7 +91,9 @@ void PIPAdViewManager::showAd(const BannerAd& ad, const PIPAdSettings& settings)
                                 QString::fromStdString(settings.adLabelText.value_or("")));
               view->setProperty("adLabelAlignment", int(settings.adLabelAlignment));
               connectCallbacks(view, settings.adAppear, settings.adClicked, settings.adViewable);
-            });
+            },
+            nullptr, /*beforeNextFrame=*/true);
+        return started ? host : nullptr;
       },
       width, height, true, settings.position);
 }

@@ -97,12 +97,15 @@ namespace {
 
 class ViewIncubator;
 
+// Names the owners, so that a container can find and stop the views it still builds.
+const QString kOwnerName = QStringLiteral("tavikViewIncubation");
+
 // Owns a view's incubator as a child of the view's parent: the incubator goes once the
 // view is complete, or with the parent if that goes first (an incubation still in progress
 // is stopped then, before the engine may go too, which would leave what it made behind).
 class IncubatorOwner : public QObject {
  public:
-  explicit IncubatorOwner(QObject* parent) : QObject(parent) {}
+  explicit IncubatorOwner(QObject* parent) : QObject(parent) { setObjectName(kOwnerName); }
   ~IncubatorOwner() override;
   std::unique_ptr<ViewIncubator> incubator;
 };
@@ -110,15 +113,20 @@ class IncubatorOwner : public QObject {
 // A view built over the engine's idle time.
 class ViewIncubator : public QQmlIncubator {
  public:
-  ViewIncubator(QQuickItem* parent, const std::function<void(QObject*)>& setUp,
-                IncubatorOwner* owner)
-      : QQmlIncubator(Asynchronous), parent_(parent), setUp_(&setUp), owner_(owner) {}
+  ViewIncubator(QQuickItem* parent, std::function<void(QObject*)> setUp,
+                std::function<void(QQuickItem*)> ready, IncubatorOwner* owner)
+      : QQmlIncubator(Asynchronous),
+        parent_(parent),
+        setUp_(std::move(setUp)),
+        ready_(std::move(ready)),
+        owner_(owner) {}
 
   QQuickItem* item() const { return item_; }
   // Cleared once the objects exist, which ends the step that made them.
   void stopAfterObjects(std::atomic<bool>* running) { running_ = running; }
-  // The caller's set-up lives only as long as the call that made the incubator.
+  // A set-up that refers to its caller's locals lives only as long as that call.
   void forgetSetUp() { setUp_ = nullptr; }
+
   // The owner goes: what is still being built goes with it.
   void stop() {
     stopping_ = true;
@@ -130,14 +138,19 @@ class ViewIncubator : public QQmlIncubator {
     QQmlEngine::setObjectOwnership(object, QQmlEngine::CppOwnership);
     item_ = qobject_cast<QQuickItem*>(object);
     if (item_ && parent_) item_->setParent(parent_);
-    if (setUp_ && *setUp_) (*setUp_)(object);
+    if (setUp_) setUp_(object);
+    setUp_ = nullptr;
     if (running_) running_->store(false);
     running_ = nullptr;
   }
   void statusChanged(Status status) override {
     if (status == Loading || stopping_) return;
     // Complete: shown in its parent from now on.
-    if (status == Ready && item_ && parent_) item_->setParentItem(parent_);
+    if (status == Ready && item_ && parent_) {
+      item_->setParentItem(parent_);
+      if (ready_) ready_(item_);
+    }
+    ready_ = nullptr;
     // Not from inside the incubator's own call; dropped if the parent (and so the owner)
     // goes first, which then deletes the incubator itself.
     QTimer::singleShot(0, owner_, [owner = owner_] { delete owner; });
@@ -146,7 +159,8 @@ class ViewIncubator : public QQmlIncubator {
  private:
   QPointer<QQuickItem> parent_;
   QPointer<QQuickItem> item_;
-  const std::function<void(QObject*)>* setUp_;
+  std::function<void(QObject*)> setUp_;
+  std::function<void(QQuickItem*)> ready_;
   IncubatorOwner* owner_;
   std::atomic<bool>* running_ = nullptr;
   bool stopping_ = false;
@@ -169,7 +183,7 @@ QQuickItem* incubateViewItem(const QString& typeName, bool debug, QQuickItem* pa
   QQmlContext* context = qmlContext(parent);
   if (context && context->engine() != engine) context = nullptr;
   auto* owner = new IncubatorOwner(parent);
-  owner->incubator = std::make_unique<ViewIncubator>(parent, setUp, owner);
+  owner->incubator = std::make_unique<ViewIncubator>(parent, setUp, nullptr, owner);
   ViewIncubator* incubator = owner->incubator.get();
   component->create(*incubator, context ? context : engine->rootContext());
   if (incubator->isLoading() && !incubator->item()) {
@@ -189,6 +203,49 @@ QQuickItem* incubateViewItem(const QString& typeName, bool debug, QQuickItem* pa
                                 component->errorString().toStdString());
   }
   return item;
+}
+
+bool startViewItem(const QString& typeName, bool debug, QQmlEngine* engine, QQuickItem* parent,
+                   std::function<void(QObject*)> setUp, std::function<void(QQuickItem*)> ready,
+                   bool beforeNextFrame) {
+  if (engine && parent) ensureIncubationController(engine, parent);
+  QQmlComponent* component = engine && parent ? componentFor(engine, typeName) : nullptr;
+  if (!component || !component->isReady() || !engine->incubationController()) {
+    QQuickItem* item = createViewItem(typeName, debug, engine, parent, setUp);
+    if (item && ready) ready(item);
+    return item != nullptr;
+  }
+  QQmlContext* context = qmlContext(parent);
+  if (context && context->engine() != engine) context = nullptr;
+  auto* owner = new IncubatorOwner(parent);
+  owner->incubator =
+      std::make_unique<ViewIncubator>(parent, std::move(setUp), std::move(ready), owner);
+  ViewIncubator* incubator = owner->incubator.get();
+  if (QQuickWindow* window = parent->window(); window && beforeNextFrame) {
+    // Emitted on this thread by every render loop, once the frame's animations and
+    // polish ran and before the scene graph takes the items over.
+    QObject::connect(window, &QQuickWindow::afterAnimating, owner, [incubator] {
+      if (incubator->isLoading()) incubator->forceCompletion();
+    });
+  }
+  component->create(*incubator, context ? context : engine->rootContext());
+  if (incubator->isError()) {
+    if (debug) {
+      tavik::quick::viewDebugLine("cannot create " + typeName.toStdString() + ": " +
+                                  component->errorString().toStdString());
+    }
+    delete owner;
+    return false;
+  }
+  return true;
+}
+
+void stopViewItemsIn(QObject* root) {
+  if (!root) return;
+  // Guarded: stopping one may take what another was building with it.
+  QList<QPointer<QObject>> owners;
+  for (QObject* owner : root->findChildren<QObject*>(kOwnerName)) owners.append(owner);
+  for (const QPointer<QObject>& owner : owners) delete owner.data();
 }
 
 QQuickItem* createViewItem(const QString& typeName, bool debug, QQuickItem* parent,

@@ -31,6 +31,23 @@ QQuickItem* incubateViewItem(const QString& typeName, bool debug, QQuickItem* pa
 QQuickItem* createViewItem(const QString& typeName, bool debug, QQmlEngine* engine,
                            QQuickItem* parent, const std::function<void(QObject*)>& setUp);
 
+/// Starts building `typeName` in `parent` with `engine` wholly over the engine's idle
+/// time: nothing of it exists yet when this returns, so the call costs no more than
+/// queueing it. `setUp` (kept until then) runs on the root once its objects exist, before
+/// any binding settles; `ready` once it is complete and a visual child of `parent`. With
+/// `beforeNextFrame`, what the controller's slices have not built by the time `parent`'s
+/// window prepares its next frame is completed then (in `afterAnimating`, before the scene
+/// is synchronised), so that frame draws the view whole. Without a controller it is built
+/// at once, as `createViewItem` does. False when it cannot be started (no engine or
+/// parent, a broken type), with one debug line saying why when `debug` is on.
+bool startViewItem(const QString& typeName, bool debug, QQmlEngine* engine, QQuickItem* parent,
+                   std::function<void(QObject*)> setUp, std::function<void(QQuickItem*)> ready,
+                   bool beforeNextFrame);
+
+/// Stops every view still being built under `root` (by `incubateViewItem` or
+/// `startViewItem`); what they made so far goes. For a container about to go.
+void stopViewItemsIn(QObject* root);
+
 /// Makes one part of a view (its creative picture, its label, its focus ring) from a
 /// small QML document, compiled once per engine and placed in the module's folder (so
 /// the module's internal types resolve). Created in `context`, `setUp` runs before its

@@ -59,6 +59,43 @@ void settle() {
   SandboxFixture::shared().reset();  // waits for every request in flight, then clears
 }
 
+// The view inside an overlay, once complete: showAd puts the layer up at once and the view
+// inside it is built afterwards (by the window's next frame at the latest).
+QQuickItem* contentOf(CustomWindow* overlay) {
+  QQuickItem* slot = overlay->host()
+                         ? overlay->host()->findChild<QQuickItem*>(QStringLiteral("contentSlot"))
+                         : nullptr;
+  if (!slot || !spinUntil([&] { return !slot->childItems().isEmpty(); })) return nullptr;
+  return slot->childItems().first();
+}
+
+quick::InterstitialAdViewBase* interstitialOf(CustomWindow* overlay) {
+  return qobject_cast<quick::InterstitialAdViewBase*>(contentOf(overlay));
+}
+
+// Calls `made` with the interstitial the moment its objects exist, before it can have
+// appeared: what waits for it to be complete may see it appear first.
+class WhenMade : public QObject {
+ public:
+  WhenMade(CustomWindow* overlay, std::function<void(quick::InterstitialAdViewBase*)> made)
+      : made_(std::move(made)) {
+    if (QQuickItem* host = overlay->host()) {
+      if (auto* slot = host->findChild<QQuickItem*>(QStringLiteral("contentSlot")))
+        slot->installEventFilter(this);
+    }
+  }
+  bool eventFilter(QObject*, QEvent* event) override {
+    if (event->type() == QEvent::ChildAdded) {
+      auto* child = static_cast<QChildEvent*>(event)->child();
+      if (auto* view = qobject_cast<quick::InterstitialAdViewBase*>(child)) made_(view);
+    }
+    return false;
+  }
+
+ private:
+  std::function<void(quick::InterstitialAdViewBase*)> made_;
+};
+
 TEST(Interstitial, CoversTheWindowAboveHostItemsAndClosesItselfOnce) {
   settle();
   HostWindow host;
@@ -82,7 +119,7 @@ TEST(Interstitial, CoversTheWindowAboveHostItemsAndClosesItselfOnce) {
   EXPECT_GT(layer->z(), 5000);
   EXPECT_EQ(host.contentItem()->childItems().last(), layer);
 
-  QObject* view = layer->findChild<QObject*>(QStringLiteral("adBlock"))->parent();
+  QObject* view = interstitialOf(overlay);
   ASSERT_TRUE(view);
   EXPECT_FALSE(view->property("showCloseButton").toBool());
   auto* banner = layer->findChild<QQuickItem*>(QStringLiteral("banner"));
@@ -100,13 +137,74 @@ TEST(Interstitial, CoversTheWindowAboveHostItemsAndClosesItselfOnce) {
   EXPECT_EQ(dismissed.count(), 1);
 }
 
+// showAd puts the layer up at the window's size and returns before the view inside is
+// built; the next frame the window draws holds the view complete, with the host's settings.
+TEST(Interstitial, ShowAdReturnsBeforeTheViewIsBuiltAndTheNextFrameHoldsItWhole) {
+  HostWindow host;
+  auto manager = quick::views(TAVIK::shared()).interstitialAdView();
+  auto* overlay = static_cast<InterstitialAdViewManager*>(manager.get())->customWindow.get();
+  spinUntil([] { return false; }, 50);  // nothing else pending
+  InterstitialAdSettings settings;
+  settings.width = 200;
+  settings.adLabelText = "Ad";
+  manager->showAd(adWith("au_interstitial", 1, 2), settings);
+  QQuickItem* layer = overlay->host();
+  ASSERT_TRUE(layer);
+  EXPECT_EQ(layer->size(), QSizeF(400, 800));
+  EXPECT_TRUE(overlay->shown());
+  EXPECT_FALSE(layer->findChild<quick::InterstitialAdViewBase*>()) << "built inside showAd";
+
+  host.view.grabWindow();  // the next frame, drawn now: nothing else has run since
+  auto* slot = layer->findChild<QQuickItem*>(QStringLiteral("contentSlot"));
+  ASSERT_TRUE(slot);
+  ASSERT_EQ(slot->childItems().size(), 1) << "the frame was drawn without the view";
+  auto* view = qobject_cast<quick::InterstitialAdViewBase*>(slot->childItems().first());
+  ASSERT_TRUE(view);
+  EXPECT_EQ(view->size(), QSizeF(400, 800));  // its anchors are in force: complete
+  auto* banner = layer->findChild<QQuickItem*>(QStringLiteral("banner"));
+  ASSERT_TRUE(banner);
+  EXPECT_DOUBLE_EQ(banner->property("frameWidth").toDouble(), 200);
+  EXPECT_EQ(banner->property("adLabelText").toString(), QStringLiteral("Ad"));
+  // Its keys: Escape goes to it.
+  EXPECT_TRUE(view->hasActiveFocus());
+  overlay->dismiss();
+}
+
+// Taken down (or its manager gone) before its view was built, an interstitial builds
+// nothing more: no view is made, none appears, nothing is reported.
+TEST(Interstitial, DismissedBeforeItsViewIsBuiltMakesNothing) {
+  settle();
+  HostWindow host;
+  int made = 0, appeared = 0;
+  InterstitialAdSettings settings;
+  settings.adAppear = [&](const BannerAd&) { ++appeared; };
+  auto manager = quick::views(TAVIK::shared()).interstitialAdView();
+  auto* overlay = static_cast<InterstitialAdViewManager*>(manager.get())->customWindow.get();
+  manager->showAd(adWith("au_interstitial", 1, 2), settings);
+  WhenMade watch(overlay, [&](quick::InterstitialAdViewBase*) { ++made; });
+  overlay->dismiss();
+  EXPECT_FALSE(overlay->shown());
+  // A second manager goes while its interstitial is still being built.
+  auto other = quick::views(TAVIK::shared()).interstitialAdView();
+  other->showAd(adWith("au_interstitial", 1, 2), settings);
+  ASSERT_TRUE(static_cast<InterstitialAdViewManager*>(other.get())->customWindow->shown());
+  other.reset();
+  spinUntil([] { return false; }, 400);
+  EXPECT_EQ(made, 0);
+  EXPECT_EQ(appeared, 0);
+  EXPECT_TRUE(host.contentItem()->findChildren<quick::InterstitialAdViewBase*>().isEmpty());
+  settle();
+  EXPECT_TRUE(eventsOf("/events", "funnel_impression").empty());
+}
+
 TEST(Interstitial, AnAutoCloseBeforeTheCloseButtonNeverShowsIt) {
   HostWindow host;
   auto manager = quick::views(TAVIK::shared()).interstitialAdView();
   auto* overlay = static_cast<InterstitialAdViewManager*>(manager.get())->customWindow.get();
   manager->showAd(adWith("au_interstitial", 3, 1), {});
   ASSERT_TRUE(overlay->host());
-  QObject* view = overlay->host()->findChild<QObject*>(QStringLiteral("adBlock"))->parent();
+  QObject* view = interstitialOf(overlay);
+  ASSERT_TRUE(view);
   QSignalSpy shownButton(view, SIGNAL(showCloseButtonChanged()));
   QElapsedTimer clock;
   clock.start();
@@ -123,7 +221,8 @@ TEST(Interstitial, CloseAndAutoCloseTogetherDismissOnceAndEscapeWaitsForTheButto
   QSignalSpy dismissed(overlay, &CustomWindow::dismissed);
   manager->showAd(adWith("au_interstitial", std::nullopt, std::nullopt), {});
   ASSERT_TRUE(overlay->host());
-  QObject* view = overlay->host()->findChild<QObject*>(QStringLiteral("adBlock"))->parent();
+  QObject* view = interstitialOf(overlay);
+  ASSERT_TRUE(view);
   EXPECT_EQ(view->property("closeButtonDelay").toDouble(), 5);
   EXPECT_EQ(view->property("autoCloseDelay").toDouble(), 10);
   spinUntil([] { return false; }, 100);
@@ -140,7 +239,8 @@ TEST(Interstitial, CloseAndAutoCloseTogetherDismissOnceAndEscapeWaitsForTheButto
   // The same manager shows the next one through the same overlay.
   manager->showAd(adWith("au_interstitial", 0, 30), {});
   ASSERT_TRUE(overlay->host());
-  QObject* next = overlay->host()->findChild<QObject*>(QStringLiteral("adBlock"))->parent();
+  QObject* next = interstitialOf(overlay);
+  ASSERT_TRUE(next);
   ASSERT_TRUE(spinUntil([&] { return next->property("showCloseButton").toBool(); }));
   QTest::keyClick(&host.view, Qt::Key_Escape);
   EXPECT_TRUE(spinUntil([&] { return !overlay->shown(); }));
@@ -166,11 +266,6 @@ struct Moments {
   qint64 button = -1;
   qint64 dismissed = -1;
 };
-
-quick::InterstitialAdViewBase* interstitialOf(CustomWindow* overlay) {
-  if (!overlay->host()) return nullptr;
-  return overlay->host()->findChild<quick::InterstitialAdViewBase*>();
-}
 
 constexpr qint64 kSecond = 1'000'000'000;
 // "Within a frame or two" on an idle machine; CI runs two suites at once under
@@ -207,9 +302,14 @@ TEST(Interstitial, AWindowHiddenAndShownAgainStartsTheTimersAgain) {
                         Case{"just before the automatic close", kSecond * 18 / 10, true}}) {
     SCOPED_TRACE(c.moment);
     manager->showAd(adWith("au_interstitial", 1, 2), {});
+    std::unique_ptr<Moments> moments;
+    WhenMade made(overlay, [&](quick::InterstitialAdViewBase* built) {
+      moments = std::make_unique<Moments>(built, clock);
+    });
     quick::InterstitialAdViewBase* view = interstitialOf(overlay);
     ASSERT_TRUE(view);
-    Moments m(view, clock);
+    ASSERT_TRUE(moments);
+    Moments& m = *moments;
     ASSERT_TRUE(spinUntil([&] { return m.appeared >= 0; }));
     const qint64 firstAppeared = m.appeared;
     hideAndShowAfter(m, c.hideAt);
@@ -239,8 +339,11 @@ TEST(Interstitial, TimersNeverFireEarly) {
     managers.back()->showAd(adWith("au_interstitial", 1, 2), {});
     auto* overlay =
         static_cast<InterstitialAdViewManager*>(managers.back().get())->customWindow.get();
+    WhenMade made(overlay, [&](quick::InterstitialAdViewBase* built) {
+      moments.push_back(std::make_unique<Moments>(built, clock));
+    });
     ASSERT_TRUE(interstitialOf(overlay));
-    moments.push_back(std::make_unique<Moments>(interstitialOf(overlay), clock));
+    ASSERT_EQ(moments.size(), size_t(i + 1));
     QTest::qWait(37 + 11 * i);
   }
   ASSERT_TRUE(spinUntil(
@@ -374,6 +477,30 @@ TEST_F(PictureInPicture, StartsInTheCornerDragsClampedAndTogglesFullScreen) {
   EXPECT_EQ(overlay->windowFrame(), QRectF(0, 10, 280, 200));  // 0.8 of the narrower window
 }
 
+// The panel is up at its size when showAd returns; its video view is built afterwards and
+// is complete in the next frame the window draws.
+TEST_F(PictureInPicture, ShowAdReturnsThePanelAtOnceAndTheNextFrameHoldsTheView) {
+  HostWindow host;
+  auto manager = quick::views(TAVIK::shared()).pipAdView();
+  auto* overlay = static_cast<PIPAdViewManager*>(manager.get())->customWindow.get();
+  spinUntil([] { return false; }, 50);
+  PIPAdSettings settings;
+  settings.width = 300;
+  settings.height = 200;
+  manager->showAd(adWith("au_video_banner", {}, {}), settings);
+  ASSERT_TRUE(overlay->host());
+  EXPECT_EQ(overlay->host()->size(), QSizeF(300, 200));
+  EXPECT_FALSE(overlay->host()->findChild<quick::PIPAdViewBase*>()) << "built inside showAd";
+  host.view.grabWindow();
+  auto* view = overlay->host()->findChild<quick::PIPAdViewBase*>();
+  ASSERT_TRUE(view);
+  EXPECT_EQ(view->parentItem(),
+            overlay->host()->findChild<QQuickItem*>(QStringLiteral("contentSlot")));
+  EXPECT_EQ(view->size(), QSizeF(300, 200));  // its anchors are in force: complete
+  EXPECT_EQ(view->customWindow(), overlay);
+  overlay->dismiss();
+}
+
 TEST_F(PictureInPicture, OneImpressionAcrossHideAndShowAClickPerTapAndSilenceAfterClose) {
   settle();
   HostWindow host;
@@ -392,6 +519,7 @@ TEST_F(PictureInPicture, OneImpressionAcrossHideAndShowAClickPerTapAndSilenceAft
   ASSERT_TRUE(spinUntil([&] { return appeared == 2; }));
   ASSERT_TRUE(ScriptedMediaPlayer::last());
   EXPECT_TRUE(spinUntil([] { return ScriptedMediaPlayer::last()->isPlaying(); }));
+  ASSERT_TRUE(contentOf(overlay));
   QObject* view = overlay->host()->findChild<QObject*>(QStringLiteral("video"))->parent();
   QMetaObject::invokeMethod(view, "tap");
   QMetaObject::invokeMethod(view, "tap");
@@ -434,6 +562,7 @@ TEST_F(PictureInPicture, ControlsInTheirOrderAndTheFullScreenIconFollowsTheOverl
   settings.adLabelAlignment = Qt::AlignTop | Qt::AlignRight;
   manager->showAd(adWith("au_video_banner", {}, {}), settings);
   ASSERT_TRUE(overlay->host());
+  ASSERT_TRUE(contentOf(overlay));
   auto item = [&](const char* name) {
     return overlay->host()->findChild<QQuickItem*>(QString::fromLatin1(name));
   };
@@ -491,6 +620,7 @@ TEST_F(PictureInPicture, ViewableAfterTwoSecondsOfPlaybackThePauseStopsTheClock)
   settings.adViewable = [&](const BannerAd&) { ++viewable; };
   manager->showAd(adWith("au_video_banner", {}, {}), settings);
   ASSERT_TRUE(overlay->host());
+  ASSERT_TRUE(contentOf(overlay));
   QObject* video = overlay->host()->findChild<QObject*>(QStringLiteral("video"));
   QObject* view = video->parent();
   // The player is made once the video is on screen.
@@ -523,6 +653,7 @@ TEST_F(PictureInPicture, EventsOnTheLog) {
   ad.cliUbid.reset();
   manager->showAd(ad, {});
   ASSERT_TRUE(overlay->host());
+  ASSERT_TRUE(contentOf(overlay));
   QObject* view = overlay->host()->findChild<QObject*>(QStringLiteral("video"))->parent();
   ASSERT_TRUE(spinUntil([&] { return view->property("impressionReported").toBool(); }));
   QMetaObject::invokeMethod(view, "tap");

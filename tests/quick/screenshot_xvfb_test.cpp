@@ -280,8 +280,12 @@ TEST(Screenshots, Interstitial) {
                   settings);
   auto* overlay = static_cast<InterstitialAdViewManager*>(manager.get())->customWindow.get();
   ASSERT_TRUE(overlay->host());
-  QObject* block = overlay->host()->findChild<QObject*>(QStringLiteral("adBlock"));
-  ASSERT_TRUE(block && block->parent());
+  // The view inside the layer is built after showAd returned.
+  QObject* block = nullptr;
+  ASSERT_TRUE(spinUntil([&] {
+    block = overlay->host()->findChild<QObject*>(QStringLiteral("adBlock"));
+    return block && block->parent();
+  }));
   // The close button is part of the picture: wait for its delay.
   ASSERT_TRUE(
       spinUntil([&] { return block->parent()->property("showCloseButton").toBool(); }, 8000));

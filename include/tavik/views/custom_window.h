@@ -41,7 +41,10 @@ class CustomWindow : public QObject {
 
  public:
   /// Builds the content inside `host` with `engine` (the key window's QML engine) and
-  /// returns it; the window owns it from then on.
+  /// returns it, or returns `host` itself when the content is still being built into it
+  /// (it joins `host` once complete); null when nothing could be made. The window owns
+  /// it from then on, and content still being built when the window is dismissed is
+  /// stopped.
   using ContentBuilder = std::function<QQuickItem*(QQmlEngine* engine, QQuickItem* host)>;
 
   /// An overlay that shows nothing yet, owned by `parent`.
