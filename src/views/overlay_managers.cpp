@@ -43,7 +43,7 @@ void InterstitialAdViewManager::showAd(const BannerAd& ad, const InterstitialAdS
                    [&](QObject* object) {
                      auto* view = qobject_cast<quick::InterstitialAdViewBase*>(object);
                      if (!view) return;
-                     view->setConfig(quick::QmlConfig(config));
+                     view->setConfig(quick::sharedConfig(config));
                      view->setAd(quick::QmlBannerAd(ad));
                      if (settings.position) view->setPosition(*settings.position);
                      view->setAlignment(settings.alignment.value_or(Qt::AlignCenter));
@@ -77,7 +77,7 @@ void PIPAdViewManager::showAd(const BannerAd& ad, const PIPAdSettings& settings)
             QStringLiteral("PIPAdView"), config.debug, engine, host, [&](QObject* object) {
               auto* view = qobject_cast<quick::PIPAdViewBase*>(object);
               if (!view) return;
-              view->setConfig(quick::QmlConfig(config));
+              view->setConfig(quick::sharedConfig(config));
               view->setAd(quick::QmlBannerAd(ad));
               view->setCustomWindow(overlay);
               view->setProperty("adLabelText",
