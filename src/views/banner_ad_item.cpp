@@ -296,15 +296,17 @@ void BannerAdViewBase::updatePicture() {
   // A preloaded picture is taken at once, for the first frame.
   picture_ = pictures_->acquire(engine, QUrl(source), !isReadyImageSource(source));
   if (!picture_) return;
+  // One connection per banner (a hundred banners may share the picture): its status
+  // changes as it loads, with its size, and the banner draws it from the next frame on.
   const QMetaObject* type = picture_->metaObject();
-  const QMetaMethod changed = metaObject()->method(metaObject()->indexOfSignal("pictureChanged()"));
-  for (const char* property : {"status", "sourceSize"}) {
-    const QMetaProperty read = type->property(type->indexOfProperty(property));
-    if (read.hasNotifySignal()) connect(picture_, read.notifySignal(), this, changed);
-  }
-  // A new picture is drawn from the next frame on.
-  connect(picture_, &QQuickItem::implicitWidthChanged, this, &QQuickItem::update);
-  connect(picture_, &QQuickItem::implicitHeightChanged, this, &QQuickItem::update);
+  const QMetaProperty status = type->property(type->indexOfProperty("status"));
+  const QMetaMethod changed = metaObject()->method(metaObject()->indexOfSlot("pictureLoaded()"));
+  if (status.hasNotifySignal()) connect(picture_, status.notifySignal(), this, changed);
+  update();
+  Q_EMIT pictureChanged();
+}
+
+void BannerAdViewBase::pictureLoaded() {
   update();
   Q_EMIT pictureChanged();
 }

@@ -172,6 +172,9 @@ class BannerAdViewBase : public QQuickItem {
   void mouseUngrabEvent() override;
   QSGNode* updatePaintNode(QSGNode* oldNode, UpdatePaintNodeData* data) override;
 
+ private Q_SLOTS:
+  void pictureLoaded();
+
  private:
   friend class BannerAccessibility;
   void relayout();
