@@ -51,6 +51,9 @@ void SharedPictures::release(QQuickItem* picture) {
   for (auto it = pictures_.begin(); it != pictures_.end(); ++it) {
     if (it->picture != picture) continue;
     if (--it->users <= 0) {
+      // Out of the window first: the picture gives its texture provider back to the window
+      // (Qt's releaseResources) while the window can still take it.
+      picture->setParentItem(nullptr);
       delete picture;
       pictures_.erase(it);
     }
