@@ -67,6 +67,7 @@
 #include "tavik/views/qml_records.h"
 #include "tavik/views/views.h"
 #include "views/appearance.h"
+#include "views/banner_ad_item.h"
 
 using namespace tavik;
 
@@ -245,12 +246,19 @@ class StderrCounter {
   std::atomic<long> count_{0};
 };
 
+// Every picture of `item` loaded: its `Image`s, and the pictures banners draw themselves
+// (`pictureStatus`, which reads as an `Image`'s status).
 bool imagesReady(QQuickItem* item) {
   QList<QQuickItem*> items = item->findChildren<QQuickItem*>();
   items.append(item);
   for (QQuickItem* child : items) {
     if (child->inherits("QQuickImageBase") && !child->property("source").toUrl().isEmpty() &&
         child->property("status").toInt() != 1) {
+      return false;
+    }
+    if (auto* banner = qobject_cast<quick::BannerAdViewBase*>(child);
+        banner && banner->creativeKindProperty() == quick::BannerAdViewBase::Image &&
+        banner->pictureStatus() != 1) {
       return false;
     }
   }

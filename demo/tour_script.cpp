@@ -34,9 +34,6 @@ void Tour::buildSteps() {
     QQuickItem* page = find(QString::fromLatin1(name));
     return page && page->isVisible();
   };
-  const auto frameOf = [this](QQuickItem* view) {
-    return view ? find(QStringLiteral("bannerFrame"), view) : nullptr;
-  };
   const auto count = [this](const char* property) {
     return shop_->property(property).toList().size();
   };
@@ -49,8 +46,8 @@ void Tour::buildSteps() {
                    << impression("uc-carousel-1");
        },
        [=, this] {
-         return formatDrawn("image banner", frameOf(item("homeBanner"))) &&
-                formatDrawn("video banner", frameOf(item("videoBanner"))) &&
+         return formatDrawn("image banner", item("homeBanner")) &&
+                formatDrawn("video banner", item("videoBanner")) &&
                 formatDrawn("carousel", item("carousel")) &&
                 hasEvent(QStringLiteral(
                     "/events event_name=funnel_video_progress uclid=uc-video-banner-1")) &&
@@ -62,7 +59,7 @@ void Tour::buildSteps() {
       {"screenshot", [this] { screenshot("shop-1-home"); }, nullptr},
       {"a tap on the image banner",
        [=, this] {
-         tap(frameOf(item("homeBanner")));
+         tap(item("homeBanner"));
          expected_ << click("uc-home-banner-1");
        },
        [=, this] { return hasEvent(click("uc-home-banner-1")); }},
@@ -228,7 +225,7 @@ void Tour::buildSteps() {
        [=, this] {
          QQuickItem* block = item("adBlock");
          return shown("orderDone") &&
-                formatDrawn("interstitial", block ? frameOf(find("banner", block)) : nullptr);
+                formatDrawn("interstitial", block ? find("banner", block) : nullptr);
        }},
       {"screenshot", [this] { screenshot("shop-8-interstitial"); }, nullptr},
       {"close the interstitial once its close button shows", [=, this] {},

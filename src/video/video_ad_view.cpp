@@ -4,17 +4,9 @@
 #include "tavik/video/media_player.h"
 #include "video/qt_media_player.h"
 #include "views/appearance.h"
+#include "views/media_support.h"
 
 namespace tavik::quick {
-
-namespace {
-
-QmlConfig installedConfig() {
-  const TAVIK* sdk = TAVIK::installed();
-  return QmlConfig(sdk ? sdk->config() : std::nullopt);
-}
-
-}  // namespace
 
 VideoAdViewBase::VideoAdViewBase(QQuickItem* parent)
     : QQuickItem(parent), config_(installedConfig()) {}
@@ -90,9 +82,9 @@ void VideoAdViewBase::makeManager() {
   borrowOutput(player.get());
   // Without an SDK configuration the video still plays; its events have nowhere to go
   // and are dropped by the registrar.
-  manager_ = new VideoPlayerManager(config_.config().value_or(Config{}), cliUbid_.toStdString(),
-                                    uclid_.toStdString(), url_.toStdString(),
-                                    progressTrackInterval_, std::move(player), this);
+  manager_ = new VideoPlayerManager(
+      config_.config() ? *config_.config() : Config{}, cliUbid_.toStdString(), uclid_.toStdString(),
+      url_.toStdString(), progressTrackInterval_, std::move(player), this);
   connect(manager_->player(), &MediaPlayer::playingChanged, this, &VideoAdViewBase::playingChanged);
   if (videoOutput_) Q_EMIT videoOutputChanged();
   Q_EMIT videoManagerChanged();

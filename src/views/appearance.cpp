@@ -2,6 +2,7 @@
 
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QTimerEvent>
 #include <QVarLengthArray>
 #include <cmath>
 
@@ -141,9 +142,6 @@ void VisibilityTracker::update() {
 // Appearance ------------------------------------------------------------------------
 
 AdAppearance::AdAppearance(QQuickItem* item) : QObject(item), item_(item) {
-  deadline_.setSingleShot(true);
-  deadline_.setTimerType(Qt::PreciseTimer);
-  connect(&deadline_, &QTimer::timeout, this, &AdAppearance::advanceClock);
   connect(item, &QQuickItem::windowChanged, this, &AdAppearance::attach);
   connect(item, &QQuickItem::visibleChanged, this, &AdAppearance::requestCheck);
   connect(item, &QQuickItem::opacityChanged, this, &AdAppearance::requestCheck);
@@ -227,7 +225,17 @@ void AdAppearance::armDeadline() {
   }
   const double left = *due - monotonicSeconds();
   // Whole milliseconds rounded up: never early; the clock checks again when it fires.
-  deadline_.start(static_cast<int>(std::ceil(std::max(0.0, left) * 1000.0)));
+  deadline_.start(static_cast<int>(std::ceil(std::max(0.0, left) * 1000.0)), Qt::PreciseTimer,
+                  this);
+}
+
+void AdAppearance::timerEvent(QTimerEvent* event) {
+  if (event->timerId() != deadline_.timerId()) {
+    QObject::timerEvent(event);
+    return;
+  }
+  deadline_.stop();  // one shot; advanceClock arms the next deadline if there is one
+  advanceClock();
 }
 
 void AdAppearance::setReady() {

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <QBasicTimer>
 #include <QElapsedTimer>
 #include <QList>
 #include <QMetaObject>
 #include <QObject>
 #include <QPointer>
-#include <QTimer>
 
 #include "views/view_logic.h"
 
@@ -111,6 +111,9 @@ class AdAppearance : public QObject {
   /// The fraction the tracker measured (also 0 when the item left every window).
   void setFraction(double fraction);
 
+ protected:
+  void timerEvent(QTimerEvent* event) override;
+
  Q_SIGNALS:
   /// Every appearance (the host's `adAppear`), after `impressionDue` when both come.
   void appeared();
@@ -132,7 +135,9 @@ class AdAppearance : public QObject {
   QPointer<VisibilityTracker> registry_;
   AppearanceTracker tracker_;
   ViewabilityClock clock_;
-  QTimer deadline_;
+  // The viewability deadline: a timer id on this object, no timer object (most views
+  // never arm one, and every banner would otherwise carry it).
+  QBasicTimer deadline_;
   double fraction_ = 0;
   bool drawable_ = true;
   bool ready_ = false;

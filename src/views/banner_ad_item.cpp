@@ -1,7 +1,15 @@
 #include "views/banner_ad_item.h"
 
+#include <QAccessible>
+#include <QElapsedTimer>
+#include <QGuiApplication>
 #include <QKeyEvent>
+#include <QMetaMethod>
+#include <QMouseEvent>
 #include <QQmlEngine>
+#include <QQuickWindow>
+#include <QSGImageNode>
+#include <QStyleHints>
 #include <QTimer>
 #include <cmath>
 
@@ -9,6 +17,7 @@
 #include "video/video_ad_view.h"
 #include "views/appearance.h"
 #include "views/media_support.h"
+#include "views/shared_pictures.h"
 #include "views/view_events.h"
 #include "views/view_factory.h"
 
@@ -16,19 +25,15 @@ namespace tavik::quick {
 
 namespace {
 
-// The banner's parts. Each is compiled once per engine and made only when the banner
-// needs it.
-const char* const kImagePart =
-    "import QtQuick\n"
-    "Image { objectName: \"creativeImage\"; fillMode: Image.PreserveAspectFit; smooth: true;"
-    " mipmap: true }\n";
+// The banner's child parts. Each is compiled once per engine and made only when the
+// banner needs it.
 const char* const kVideoPart = "import Tavik\nVideoAdView {}\n";
 const char* const kLabelPart = "import Tavik\nAdLabelTag {}\n";
 const char* const kFocusRingPart =
     "import QtQuick\n"
     "Rectangle { color: \"transparent\"; border.width: 2; border.color: \"#3d7eff\" }\n";
 
-// Stacking inside the frame: the creative, the label over it, the focus ring on top.
+// Stacking: the creative, the label over it, the focus ring on top.
 constexpr qreal kLabelZ = 1;
 constexpr qreal kFocusRingZ = 2;
 
@@ -39,6 +44,58 @@ qreal centreOf(qreal length) {
   return whole % 2 ? (length + 1) / 2 : length / 2;
 }
 
+// `Image.status`'s values, which `pictureStatus` reads as.
+constexpr int kPictureNull = 0;
+
+// QML's `Accessible` attached object of `item`, made when `create`; null when Qt Quick's
+// accessibility type is not there.
+QObject* accessibleOf(QQuickItem* item, bool create) {
+  static const QMetaObject* const type =
+      QMetaType::fromName("QQuickAccessibleAttached*").metaObject();
+  if (!type) return nullptr;
+  return qmlAttachedPropertiesObject(item, qmlAttachedPropertiesFunction(item, type), create);
+}
+
+void collectBanners(QQuickItem* item, QList<QPointer<BannerAdViewBase>>& found) {
+  if (auto* banner = qobject_cast<BannerAdViewBase*>(item)) found.append(banner);
+  for (QQuickItem* child : item->childItems()) collectBanners(child, found);
+}
+
+}  // namespace
+
+// When an assistive technology starts after banners were made, they get their accessible
+// role and name then.
+class BannerAccessibility : public QAccessible::ActivationObserver {
+ public:
+  // Whether accessibility is on: as the platform says, or as it last told its observers.
+  static bool active() { return QAccessible::isActive() || told_; }
+
+  void accessibilityActiveChanged(bool active) override {
+    told_ = active;
+    if (!active) return;
+    QList<QPointer<BannerAdViewBase>> banners;
+    for (QWindow* window : QGuiApplication::allWindows()) {
+      if (auto* quickWindow = qobject_cast<QQuickWindow*>(window))
+        collectBanners(quickWindow->contentItem(), banners);
+    }
+    for (const QPointer<BannerAdViewBase>& banner : banners) {
+      if (banner) banner->updateAccessible(banner->adLabelText_);
+    }
+  }
+
+ private:
+  static inline bool told_ = false;
+};
+
+namespace {
+// Watching from the library's load on, so that no activation is missed, whenever the
+// first banner comes.
+struct AccessibilityWatch {
+  AccessibilityWatch() { QAccessible::installActivationObserver(&observer); }
+  ~AccessibilityWatch() { QAccessible::removeActivationObserver(&observer); }
+  BannerAccessibility observer;
+};
+const AccessibilityWatch accessibilityWatch;
 }  // namespace
 
 LabelAlignment labelAlignmentFrom(Qt::Alignment alignment) {
@@ -55,8 +112,9 @@ LabelAlignment labelAlignmentFrom(Qt::Alignment alignment) {
 
 BannerAdViewBase::BannerAdViewBase(QQuickItem* parent)
     : QQuickItem(parent), appearance_(new AdAppearance(this)) {
-  if (const TAVIK* sdk = TAVIK::installed()) config_ = QmlConfig(sdk->config());
-  setFlag(ItemHasContents, false);
+  config_ = installedConfig();
+  setFlag(ItemHasContents, true);  // the picture
+  setAcceptedMouseButtons(Qt::LeftButton);
   appearance_->setImpressionOnViewable(config_.impressionOnViewable());
   appearance_->setDrawable(false);  // until it has an ad it can draw
   connect(appearance_, &AdAppearance::impressionDue, this, &BannerAdViewBase::reportImpression);
@@ -74,9 +132,13 @@ BannerAdViewBase::BannerAdViewBase(QQuickItem* parent)
 }
 
 BannerAdViewBase::~BannerAdViewBase() {
-  // Parts still incubating stop here; what they made goes with the frame.
-  creativeIncubator_.reset();
+  // A label still incubating stops here; what it made goes with the banner.
   labelIncubator_.reset();
+  // Its share of the window's picture goes now; nothing is told of it any more.
+  if (picture_) {
+    disconnect(picture_, nullptr, this, nullptr);
+    if (pictures_) pictures_->release(picture_);
+  }
   // The parts outlive this part of the object while the item leaves its window (a video
   // pauses then): nothing they say reaches it any more.
   for (QQuickItem* part : {creative_, label_}) {
@@ -93,26 +155,26 @@ BannerAdViewBase::~BannerAdViewBase() {
 
 void BannerAdViewBase::componentComplete() {
   QQuickItem::componentComplete();
-  for (QQuickItem* child : childItems()) {
-    if (child->objectName() == QLatin1String("bannerFrame")) frameItem_ = child;
-  }
   relayout();
   updateLabel();
+  updateAccessible(adLabelText_);
   appearance_->setReady();
-}
-
-QQuickItem* BannerAdViewBase::partParent() const {
-  return frameItem_ ? frameItem_ : const_cast<BannerAdViewBase*>(this);
 }
 
 void BannerAdViewBase::geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) {
   QQuickItem::geometryChange(newGeometry, oldGeometry);
-  if (newGeometry.size() != oldGeometry.size()) moveFrame();
+  if (newGeometry.size() != oldGeometry.size()) moveParts();
 }
 
 void BannerAdViewBase::itemChange(ItemChange change, const ItemChangeData& value) {
   QQuickItem::itemChange(change, value);
   if (change == ItemActiveFocusHasChanged) updateFocusRing();
+  if (change == ItemSceneChange) {
+    // The picture belongs to a window: the new window's (or none).
+    releasePicture();
+    updatePicture();
+    if (value.window) updateAccessible(adLabelText_);
+  }
 }
 
 void BannerAdViewBase::keyPressEvent(QKeyEvent* event) {
@@ -129,21 +191,30 @@ void BannerAdViewBase::keyPressEvent(QKeyEvent* event) {
 }
 
 // The frame is centred in the banner (the banner is the frame's size unless the host
-// sized it) and every part fills it, the label apart.
-void BannerAdViewBase::moveFrame() {
-  if (frameItem_) {
-    frameItem_->setSize(QSizeF(frame_.width, frame_.height));
-    frameItem_->setPosition(QPointF(centreOf(width()) - centreOf(frame_.width),
-                                    centreOf(height()) - centreOf(frame_.height)));
-    frameItem_->setVisible(creativeKindProperty() != None);
+// sized it).
+QRectF BannerAdViewBase::frameRect() const {
+  return {centreOf(width()) - centreOf(frame_.width), centreOf(height()) - centreOf(frame_.height),
+          frame_.width, frame_.height};
+}
+
+// Every part covers the frame, the label apart; nothing shows without an ad to draw.
+void BannerAdViewBase::moveParts() {
+  const QRectF frame = frameRect();
+  const bool drawn = creativeKindProperty() != None;
+  for (QQuickItem* part : {creative_, focusRing_}) {
+    if (!part) continue;
+    part->setPosition(frame.topLeft());
+    part->setSize(frame.size());
   }
-  const QSizeF size(frame_.width, frame_.height);
-  if (creative_) creative_->setSize(size);
-  if (focusRing_) focusRing_->setSize(size);
+  if (focusRing_) focusRing_->setVisible(drawn && hasActiveFocus());
+  moveLabel();
+  update();
 }
 
 void BannerAdViewBase::moveLabel() {
-  if (label_) label_->setPosition(labelPosition());
+  if (!label_) return;
+  label_->setPosition(frameRect().topLeft() + labelPosition());
+  label_->setVisible(!adLabelText_.isEmpty() && creativeKindProperty() != None);
 }
 
 void BannerAdViewBase::makePart(const char* document, bool incubate,
@@ -182,44 +253,182 @@ void BannerAdViewBase::updateCreative() {
     dropCreative();
     creativeMade_ = kind;
     if (kind == None) return;
-    // The picture comes through the SDK's image providers (the module's singleton installs
-    // them too, but a banner may be the first of the module's types its engine makes).
-    if (kind == Image) installImageProvider(qmlEngine(this));
-    // Only a picture is built later: one a preload decoded is drawn in the first frame,
-    // so it is made now (it is cheap); a video is made now too, with its output, as the
-    // video views' teardown order expects.
-    const bool later = kind == Image && asynchronousContent_ &&
-                       !isReadyImageSource(creativeImageSource(ad_.elements().value()));
-    makePart(kind == Image ? kImagePart : kVideoPart, later, creativeIncubator_,
-             &BannerAdViewBase::setUpCreative, &BannerAdViewBase::creativeDone);
+    if (kind == Image) {
+      updatePicture();
+      return;
+    }
+    // A video is made now, with its output, as the video views' teardown order expects.
+    if (QQuickItem* video = detail::createPart(qmlEngine(this), qmlContext(this), kVideoPart,
+                                               [this](QQuickItem* made) { setUpCreative(made); })) {
+      creativeDone(video);
+    }
     return;
   }
+  if (kind == Image) updatePicture();
   if (creative_) setUpCreative(creative_);
 }
 
 void BannerAdViewBase::dropCreative() {
-  if (creativeIncubator_) {
-    // Whatever it made so far goes; it is deleted later by the incubator.
-    if (auto* made = qobject_cast<QQuickItem*>(creativeIncubator_->object())) {
-      made->setParentItem(nullptr);
-      if (made == creative_) creative_ = nullptr;
-    }
-    creativeIncubator_.reset();
-  }
+  releasePicture();
   delete creative_;
   creative_ = nullptr;
   creativeMade_ = None;
   setVideoPlaying(false);
 }
 
+// The picture ------------------------------------------------------------------------
+
+void BannerAdViewBase::updatePicture() {
+  QQuickWindow* window = this->window();
+  if (creativeMade_ != Image || !window) {
+    releasePicture();
+    return;
+  }
+  const QString source = creativeImageSource(ad_.elements().value());
+  if (picture_ && picture_->property("source").toUrl() == QUrl(source)) return;
+  releasePicture();
+  QQmlEngine* engine = qmlEngine(this);
+  if (!engine || source.isEmpty()) return;
+  // The picture comes through the SDK's image providers (the module's singleton installs
+  // them too, but a banner may be the first of the module's types its engine makes).
+  installImageProvider(engine);
+  pictures_ = SharedPictures::of(window);
+  // A preloaded picture is taken at once, for the first frame.
+  picture_ = pictures_->acquire(engine, QUrl(source), !isReadyImageSource(source));
+  if (!picture_) return;
+  // One connection per banner (a hundred banners may share the picture): its status
+  // changes as it loads, with its size, and the banner draws it from the next frame on.
+  const QMetaObject* type = picture_->metaObject();
+  const QMetaProperty status = type->property(type->indexOfProperty("status"));
+  const QMetaMethod changed = metaObject()->method(metaObject()->indexOfSlot("pictureLoaded()"));
+  if (status.hasNotifySignal()) connect(picture_, status.notifySignal(), this, changed);
+  update();
+  Q_EMIT pictureChanged();
+}
+
+void BannerAdViewBase::pictureLoaded() {
+  update();
+  Q_EMIT pictureChanged();
+}
+
+void BannerAdViewBase::releasePicture() {
+  if (!picture_) return;
+  disconnect(picture_, nullptr, this, nullptr);
+  if (pictures_) pictures_->release(picture_);
+  picture_ = nullptr;
+  update();
+  Q_EMIT pictureChanged();
+}
+
+int BannerAdViewBase::pictureStatus() const {
+  return picture_ ? picture_->property("status").toInt() : kPictureNull;
+}
+
+QUrl BannerAdViewBase::pictureSource() const {
+  return picture_ ? picture_->property("source").toUrl() : QUrl();
+}
+
+QSize BannerAdViewBase::pictureSize() const {
+  return picture_ ? picture_->property("sourceSize").toSize() : QSize();
+}
+
+// Fitted the way `Image`'s PreserveAspectFit draws it, so a banner looks as one did with
+// an `Image` in its frame: scaled to the frame's width or height, whichever is tighter,
+// and centred on whole pixels, the offset cut to a whole number as `Image` cuts it.
+QRectF BannerAdViewBase::pictureRect() const {
+  const QRectF frame = frameRect();
+  const qreal w = picture_ ? picture_->implicitWidth() : 0;
+  const qreal h = picture_ ? picture_->implicitHeight() : 0;
+  if (w <= 0 || h <= 0 || frame.isEmpty()) return {};
+  const qreal widthScale = frame.width() / w;
+  const qreal heightScale = frame.height() / h;
+  const QSizeF painted = widthScale <= heightScale ? QSizeF(frame.width(), h * widthScale)
+                                                   : QSizeF(w * heightScale, frame.height());
+  const qreal x = static_cast<int>((frame.width() - painted.width()) / 2);
+  const qreal y = static_cast<int>((frame.height() - painted.height()) / 2);
+  return {frame.topLeft() + QPointF(x, y), painted};
+}
+
+// Runs on the render thread while the UI thread waits (the scene graph's sync), so it
+// may read the item and its picture.
+QSGNode* BannerAdViewBase::updatePaintNode(QSGNode* oldNode, UpdatePaintNodeData*) {
+  auto* node = static_cast<QSGImageNode*>(oldNode);
+  QSGTexture* texture = nullptr;
+  if (picture_ && creativeMade_ == Image) {
+    QSGTextureProvider* provider = picture_->textureProvider();
+    if (provider != textureProvider_) {
+      if (textureProvider_) disconnect(textureProvider_, nullptr, this, nullptr);
+      textureProvider_ = provider;
+      // The texture comes once the picture is loaded and its item synced: draw again then.
+      if (provider) {
+        connect(provider, &QSGTextureProvider::textureChanged, this, &QQuickItem::update,
+                Qt::QueuedConnection);
+      }
+    }
+    if (provider) texture = provider->texture();
+  }
+  const QRectF target = texture ? pictureRect() : QRectF();
+  if (target.isEmpty()) {
+    delete node;
+    return nullptr;
+  }
+  if (!node) {
+    node = window()->createImageNode();
+    node->setOwnsTexture(false);  // the picture's, shared with every banner of it
+    // Smooth, and not mipmapped: a mipmapped sample of the shared texture came out black
+    // under Mesa for a picture the window keeps in its atlas, and the banners draw their
+    // creatives at or near their size.
+    node->setFiltering(QSGTexture::Linear);
+    node->setMipmapFiltering(QSGTexture::None);
+  }
+  node->setTexture(texture);
+  node->setRect(target);
+  node->setSourceRect(QRectF(QPointF(0, 0), texture->textureSize()));
+  return node;
+}
+
+// A tap ------------------------------------------------------------------------------
+
+// As a tap handler takes it: a press inside the frame, released before it moved past the
+// drag distance and before it became a long press. A press outside the frame, or on a
+// banner without an ad, goes to what is under it.
+void BannerAdViewBase::mousePressEvent(QMouseEvent* event) {
+  if (event->button() != Qt::LeftButton || creativeKindProperty() == None ||
+      !frameRect().contains(event->position())) {
+    event->ignore();
+    return;
+  }
+  pressed_ = true;
+  pressedAt_ = event->scenePosition();
+  pressedSince_ = event->timestamp();
+  event->accept();
+}
+
+void BannerAdViewBase::mouseMoveEvent(QMouseEvent* event) {
+  if (pressed_ && (event->scenePosition() - pressedAt_).manhattanLength() >
+                      QGuiApplication::styleHints()->startDragDistance()) {
+    pressed_ = false;  // a drag, not a tap
+  }
+  event->accept();
+}
+
+void BannerAdViewBase::mouseReleaseEvent(QMouseEvent* event) {
+  const bool tapped = pressed_ && event->button() == Qt::LeftButton &&
+                      frameRect().contains(event->position()) &&
+                      static_cast<qint64>(event->timestamp()) - pressedSince_ <
+                          QGuiApplication::styleHints()->mousePressAndHoldInterval();
+  pressed_ = false;
+  event->accept();
+  if (tapped) tap();
+}
+
+void BannerAdViewBase::mouseUngrabEvent() {
+  pressed_ = false;  // a list took the press over (it is being flicked)
+}
+
 void BannerAdViewBase::setUpCreative(QQuickItem* item) {
   const QmlBannerAdElements elements = ad_.elements();
-  if (creativeMade_ == Image) {
-    const QString source = creativeImageSource(elements.value());
-    // A preloaded picture is taken at once, for the first frame.
-    item->setProperty("asynchronous", !isReadyImageSource(source));
-    item->setProperty("source", QUrl(source));
-  } else if (auto* video = qobject_cast<VideoAdViewBase*>(item)) {
+  if (auto* video = qobject_cast<VideoAdViewBase*>(item)) {
     video->setConfig(config_);
     video->setCliUbid(ad_.cliUbid());
     video->setUclid(ad_.uclid());
@@ -230,8 +439,9 @@ void BannerAdViewBase::setUpCreative(QQuickItem* item) {
   if (item == creative_) return;
   creative_ = item;
   item->setParent(this);
-  item->setParentItem(partParent());
-  item->setSize(QSizeF(frame_.width, frame_.height));
+  item->setParentItem(this);
+  item->setPosition(frameRect().topLeft());
+  item->setSize(frameRect().size());
 }
 
 void BannerAdViewBase::creativeDone(QQuickItem* item) {
@@ -258,11 +468,11 @@ void BannerAdViewBase::updateLabel() {
 
 void BannerAdViewBase::setUpLabel(QQuickItem* item) {
   item->setProperty("labelText", adLabelText_);
-  item->setVisible(!adLabelText_.isEmpty());
+  item->setVisible(!adLabelText_.isEmpty() && creativeKindProperty() != None);
   if (item == label_) return;
   label_ = item;
   item->setParent(this);
-  item->setParentItem(partParent());
+  item->setParentItem(this);
   item->setZ(kLabelZ);
 }
 
@@ -282,12 +492,13 @@ void BannerAdViewBase::updateFocusRing() {
     focusRing_ = detail::createPart(qmlEngine(this), qmlContext(this), kFocusRingPart,
                                     [this](QQuickItem* ring) {
                                       ring->setParent(this);
-                                      ring->setParentItem(partParent());
+                                      ring->setParentItem(this);
                                       ring->setZ(kFocusRingZ);
-                                      ring->setSize(QSizeF(frame_.width, frame_.height));
+                                      ring->setPosition(frameRect().topLeft());
+                                      ring->setSize(frameRect().size());
                                     });
   }
-  if (focusRing_) focusRing_->setVisible(focused);
+  if (focusRing_) focusRing_->setVisible(focused && creativeKindProperty() != None);
 }
 
 bool BannerAdViewBase::onScreen() const {
@@ -312,7 +523,10 @@ void BannerAdViewBase::setConfig(const QmlConfig& config) {
 }
 
 void BannerAdViewBase::setAd(const QmlBannerAd& ad) {
-  if (ad == ad_) return;
+  if (ad == ad_) {
+    ad_ = ad;  // the same ad: hold the record given, which others share, not a copy of it
+    return;
+  }
   // Only a change from one ad to another starts over; the first ad keeps what was set
   // before it (a rebuilt card told that its impression went out already).
   const bool otherAd = ad_.valid() && ad.uclid() != ad_.uclid();
@@ -360,9 +574,37 @@ void BannerAdViewBase::setAdHeight(qreal height) {
 
 void BannerAdViewBase::setAdLabelText(const QString& text) {
   if (text == adLabelText_) return;
+  const QString old = adLabelText_;
   adLabelText_ = text;
   updateLabel();
+  if (isComponentComplete()) updateAccessible(old);
   Q_EMIT labelChanged();
+}
+
+// Role, name and description for assistive technology, on QML's `Accessible` attached
+// object: made only while accessibility is active (it costs every banner otherwise),
+// and what a host set on it is kept (the description follows the label text unless the
+// host gave another).
+void BannerAdViewBase::updateAccessible(const QString& oldLabelText) {
+  QObject* accessible = accessibleOf(this, false);
+  if (!accessible) {
+    if (!BannerAccessibility::active()) return;
+    accessible = accessibleOf(this, true);
+    if (!accessible) return;
+  }
+  if (accessible->property("role").toInt() == QAccessible::NoRole)
+    accessible->setProperty("role", QVariant::fromValue(QAccessible::Button));
+  if (accessible->property("name").toString().isEmpty())
+    accessible->setProperty("name", QCoreApplication::translate("BannerAdView", "Sponsored"));
+  const QString description = accessible->property("description").toString();
+  if (description.isEmpty() || description == oldLabelText)
+    accessible->setProperty("description", adLabelText_);
+  accessible->setProperty("focusable", true);
+  // An assistive technology's press is a tap.
+  const QMetaObject* type = accessible->metaObject();
+  const QMetaMethod press = type->method(type->indexOfSignal("pressAction()"));
+  const QMetaMethod tap = metaObject()->method(metaObject()->indexOfMethod("tap()"));
+  if (press.isValid() && tap.isValid()) connect(accessible, press, this, tap, Qt::UniqueConnection);
 }
 
 void BannerAdViewBase::setAdLabelAlignment(Qt::Alignment alignment) {
@@ -405,7 +647,7 @@ void BannerAdViewBase::relayout() {
   const CreativeKind kind = creativeKindProperty();
   setActiveFocusOnTab(kind != None);
   updateCreative();
-  moveFrame();
+  moveParts();
   if (changed) {
     moveLabel();
     Q_EMIT layoutChanged();

@@ -2,8 +2,12 @@
 
 #include <QtQml/qqmlregistration.h>
 #include <QPointF>
+#include <QPointer>
 #include <QQuickItem>
 #include <QRectF>
+#include <QSGTextureProvider>
+#include <QSize>
+#include <QUrl>
 #include <memory>
 
 #include "tavik/views/qml_records.h"
@@ -12,6 +16,7 @@
 namespace tavik::quick {
 
 class AdAppearance;
+class SharedPictures;
 namespace detail {
 class PartIncubator;
 }
@@ -20,26 +25,32 @@ class PartIncubator;
 /// placement; a missing axis means the centre.
 LabelAlignment labelAlignmentFrom(Qt::Alignment alignment);
 
-/// The logic of `BannerAdView` (BannerAdView.qml draws it): the frame, the creative
-/// kind, the label's place, appearances, the impression and the clicks.
+/// `BannerAdView`: one image or video banner, one item. It decides (frame, creative kind,
+/// label place, events) and draws:
 ///
 /// - The frame is `adWidth` × `adHeight` when set (0 or more; -1 is unset), else the
-///   creative's size, capped by the screen limits; an ad that cannot be drawn has an
-///   empty frame and reports nothing.
+///   creative's size, capped by the screen limits, and centred in the item; an ad that
+///   cannot be drawn has an empty frame and reports nothing.
+/// - A picture is drawn by the item itself, fitted in the frame (aspect kept), from the
+///   texture of its window's shared picture of that creative (`SharedPictures`): banners
+///   of one creative share one picture and one texture. `pictureStatus` reads as an
+///   `Image`'s `status`.
+/// - A video is a `VideoAdView` child over the frame, made with the banner.
+/// - The label is a child made only while there is label text, the focus ring a child
+///   made the first time the banner has keyboard focus. With `setAsynchronousContent`
+///   (the managers' `showAd`) the label is built over the engine's idle time after the
+///   banner returned.
+/// - A press and release inside the frame (mouse, or touch through Qt's synthesised mouse
+///   events) that did not move past the drag distance and did not turn into a long press
+///   is a tap, as are Enter, Return and Space on the focused banner: `tap()` reports a
+///   click and emits `adClicked`, every time.
 /// - The first time the banner is on screen it reports the impression (or when it
 ///   becomes viewable, with the configuration's `impressionOnViewable`); `adAppear` is
 ///   emitted on every appearance, `viewable` once. A different ad (another `uclid`)
 ///   starts over.
-/// - `tap()` reports a click and emits `adClicked`, every time.
-///
-/// The parts it draws are made only when needed, from small documents compiled once per
-/// engine, into the QML file's frame item (`bannerFrame`): the creative (an `Image`, or a
-/// `VideoAdView` for a video), the label only while there is label text, the focus ring
-/// the first time the banner has keyboard focus. Made in QML they are complete with the
-/// banner; with `setAsynchronousContent` (the managers' `showAd`) the picture and the
-/// label are built over the engine's idle time after the banner returned, except a
-/// picture already decoded by a preload, which is made at once for the first frame (a
-/// video is always made with the banner).
+/// - For assistive technology it is a button named "Sponsored" described by its label
+///   text, set on QML's `Accessible` attached object while accessibility is active (when
+///   it becomes active later, on every banner of every window then).
 class BannerAdViewBase : public QQuickItem {
   Q_OBJECT
   QML_ELEMENT
@@ -63,6 +74,9 @@ class BannerAdViewBase : public QQuickItem {
   Q_PROPERTY(bool viewableReported READ viewableReported WRITE setViewableReported NOTIFY
                  viewableReportedChanged)
   Q_PROPERTY(bool videoPlaying READ videoPlaying WRITE setVideoPlaying NOTIFY videoPlayingChanged)
+  Q_PROPERTY(int pictureStatus READ pictureStatus NOTIFY pictureChanged)
+  Q_PROPERTY(QUrl pictureSource READ pictureSource NOTIFY pictureChanged)
+  Q_PROPERTY(QSize pictureSize READ pictureSize NOTIFY pictureChanged)
 
  public:
   enum CreativeKind { None, Image, Video };
@@ -109,16 +123,24 @@ class BannerAdViewBase : public QQuickItem {
   bool videoPlaying() const { return videoPlaying_; }
   void setVideoPlaying(bool playing);
 
+  /// The picture's loading, as `Image.status` reads (Null, Ready, Loading, Error); Null
+  /// without a picture to draw (a video, no ad, no window yet).
+  int pictureStatus() const;
+  /// Where the picture is loaded from; empty without one.
+  QUrl pictureSource() const;
+  /// The picture's size in pixels once loaded.
+  QSize pictureSize() const;
+
   /// A tap (or Enter/Space on the focused banner): reports a click, emits `adClicked`.
   Q_INVOKABLE void tap();
   /// Where a label of this size goes inside the frame.
   Q_INVOKABLE QRectF labelRect(qreal width, qreal height) const;
 
-  /// Builds the picture and the label over the engine's idle time instead of with the
-  /// banner. Set before the banner completes.
+  /// Builds the label over the engine's idle time instead of with the banner. Set before
+  /// the banner completes.
   void setAsynchronousContent(bool on) { asynchronousContent_ = on; }
-  /// The creative's item (the picture or the video), once it is made.
-  QQuickItem* creativeItem() const { return creative_; }
+  /// Where the frame is in the item.
+  QRectF frameRect() const;
 
  Q_SIGNALS:
   void configChanged();
@@ -131,6 +153,7 @@ class BannerAdViewBase : public QQuickItem {
   void visibleFractionChanged();
   void viewableReportedChanged();
   void videoPlayingChanged();
+  void pictureChanged();
   /// The ad became viewable: at least half of it on screen for a continuous second (two
   /// seconds of playback for a video; 30% for an ad over 242,500 square pixels). Once
   /// per view instance.
@@ -143,16 +166,29 @@ class BannerAdViewBase : public QQuickItem {
   void geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) override;
   void itemChange(ItemChange change, const ItemChangeData& value) override;
   void keyPressEvent(QKeyEvent* event) override;
+  void mousePressEvent(QMouseEvent* event) override;
+  void mouseMoveEvent(QMouseEvent* event) override;
+  void mouseReleaseEvent(QMouseEvent* event) override;
+  void mouseUngrabEvent() override;
+  QSGNode* updatePaintNode(QSGNode* oldNode, UpdatePaintNodeData* data) override;
+
+ private Q_SLOTS:
+  void pictureLoaded();
 
  private:
+  friend class BannerAccessibility;
   void relayout();
   void reportImpression();
-  QQuickItem* partParent() const;
-  void moveFrame();
+  void moveParts();
   void moveLabel();
   void updateCreative();
   void dropCreative();
   void setUpCreative(QQuickItem* item);
+  void updatePicture();
+  void releasePicture();
+  // Where the picture is drawn in the item: fitted in the frame, aspect kept, centred.
+  QRectF pictureRect() const;
+  void updateAccessible(const QString& oldLabelText);
   void updateLabel();
   void setUpLabel(QQuickItem* item);
   void updateFocusRing();
@@ -173,14 +209,20 @@ class BannerAdViewBase : public QQuickItem {
   SizeF frame_;
   bool videoPlaying_ = false;
   bool asynchronousContent_ = false;
+  bool pressed_ = false;
   CreativeKind creativeMade_ = None;
+  QPointF pressedAt_;
+  qint64 pressedSince_ = 0;
   AdAppearance* appearance_;
-  // The parts, children of the frame (made lazily; see the class comment).
-  QQuickItem* frameItem_ = nullptr;
+  // The window's shared picture this banner draws, and its texture provider (read on the
+  // render thread, during the scene graph's sync).
+  QPointer<SharedPictures> pictures_;
+  QPointer<QQuickItem> picture_;
+  QPointer<QSGTextureProvider> textureProvider_;
+  // The child parts (made lazily; see the class comment): the video, the label, the ring.
   QQuickItem* creative_ = nullptr;
   QQuickItem* label_ = nullptr;
   QQuickItem* focusRing_ = nullptr;
-  std::unique_ptr<detail::PartIncubator> creativeIncubator_;
   std::unique_ptr<detail::PartIncubator> labelIncubator_;
 };
 

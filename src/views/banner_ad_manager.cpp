@@ -3,6 +3,7 @@
 #include "tavik/views/banner_ad_view.h"
 #include "tavik/views/views.h"
 #include "views/banner_ad_item.h"
+#include "views/media_support.h"
 #include "views/view_factory.h"
 
 namespace tavik {
@@ -16,7 +17,7 @@ QQuickItem* BannerAdViewManager::showAd(const BannerAd& ad, const BannerAdSettin
         // showAd returns the banner at its size at once; its picture and label are built
         // over the next frames (a preloaded picture at once, for the first frame).
         view->setAsynchronousContent(true);
-        view->setConfig(quick::QmlConfig(config));
+        view->setConfig(quick::sharedConfig(config));
         view->setAd(quick::QmlBannerAd(ad));
         view->setAdWidth(quick::hostLength(settings.width));
         view->setAdHeight(quick::hostLength(settings.height));

@@ -16,7 +16,7 @@ CarouselStripBase::~CarouselStripBase() {
 }
 
 CarouselStripBase::CarouselStripBase(QQuickItem* parent) : QQuickItem(parent) {
-  if (const TAVIK* sdk = TAVIK::installed()) config_ = QmlConfig(sdk->config());
+  config_ = installedConfig();
 }
 
 void CarouselStripBase::setConfig(const QmlConfig& config) {

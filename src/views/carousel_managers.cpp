@@ -3,6 +3,7 @@
 #include "tavik/views/carousel_ad_view.h"
 #include "tavik/views/views.h"
 #include "views/carousel_items.h"
+#include "views/media_support.h"
 #include "views/view_factory.h"
 
 namespace tavik {
@@ -13,7 +14,7 @@ namespace {
 template <class Settings>
 void applyStripSettings(quick::CarouselStripBase* strip, const Config& config,
                         const Settings& settings) {
-  strip->setConfig(quick::QmlConfig(config));
+  strip->setConfig(quick::sharedConfig(config));
   strip->setAdWidth(quick::hostLength(settings.width));
   strip->setAdHeight(quick::hostLength(settings.height));
   strip->setElementWidth(quick::hostLength(settings.elementWidth));

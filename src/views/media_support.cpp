@@ -13,6 +13,7 @@
 #include <limits>
 #include <mutex>
 
+#include "tavik/core/tavik.h"
 #include "tavik/views/qt_bridge.h"
 #include "views/banner_ad_item.h"
 #include "views/creative_store.h"
@@ -179,6 +180,19 @@ QString TavikMedia::imageSource(const QString& address) const {
 bool isReadyImageSource(const QString& source) {
   return source.startsWith(QStringLiteral("image://") +
                            QLatin1String(detail::kReadyImageProviderId) + QLatin1Char('/'));
+}
+
+QmlConfig sharedConfig(const Config& config) {
+  // The views are made on the UI thread; one record serves all of them until the
+  // configuration they are given changes.
+  static QmlConfig last;
+  if (!last.config() || !(*last.config() == config)) last = QmlConfig(config);
+  return last;
+}
+
+QmlConfig installedConfig() {
+  const TAVIK* sdk = TAVIK::installed();
+  return sdk && sdk->config() ? sharedConfig(*sdk->config()) : QmlConfig();
 }
 
 QString creativeImageSource(const QString& address) {

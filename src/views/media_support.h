@@ -12,6 +12,7 @@
 #include <QString>
 #include <string>
 
+#include "tavik/views/qml_records.h"
 #include "views/view_logic.h"
 
 class QQmlEngine;
@@ -48,6 +49,14 @@ QImage decodeCreative(const std::string& bytes, const QSize& requestedSize);
 QString creativeImageSource(const QString& address);
 /// Whether `source` is served at once (a waiting preload): load it synchronously.
 bool isReadyImageSource(const QString& source);
+
+/// The configuration record the views share: the same `QmlConfig` (one record, shared)
+/// for as long as `config` is equal to the last one asked for, so a view holds a pointer
+/// and not a copy of every endpoint. UI thread only.
+QmlConfig sharedConfig(const Config& config);
+/// The installed SDK's configuration as `sharedConfig` gives it; the empty value without
+/// an SDK installed.
+QmlConfig installedConfig();
 
 /// Installs the image providers on `engine` unless it has them already.
 void installImageProvider(QQmlEngine* engine);

@@ -8,16 +8,10 @@
 
 #include "views/appearance.h"
 #include "views/banner_ad_item.h"
+#include "views/media_support.h"
 #include "views/view_events.h"
 
 namespace tavik::quick {
-
-namespace {
-QmlConfig installedConfig() {
-  const TAVIK* sdk = TAVIK::installed();
-  return sdk ? QmlConfig(sdk->config()) : QmlConfig();
-}
-}  // namespace
 
 // Deadline timer ----------------------------------------------------------------------
 

@@ -45,7 +45,7 @@ void InterstitialAdViewManager::showAd(const BannerAd& ad, const InterstitialAdS
             [config = config, ad, settings, overlay](QObject* object) {
               auto* view = qobject_cast<quick::InterstitialAdViewBase*>(object);
               if (!view) return;
-              view->setConfig(quick::QmlConfig(config));
+              view->setConfig(quick::sharedConfig(config));
               view->setAd(quick::QmlBannerAd(ad));
               if (settings.position) view->setPosition(*settings.position);
               view->setAlignment(settings.alignment.value_or(Qt::AlignCenter));
@@ -84,7 +84,7 @@ void PIPAdViewManager::showAd(const BannerAd& ad, const PIPAdSettings& settings)
             [config = config, ad, settings, overlay](QObject* object) {
               auto* view = qobject_cast<quick::PIPAdViewBase*>(object);
               if (!view) return;
-              view->setConfig(quick::QmlConfig(config));
+              view->setConfig(quick::sharedConfig(config));
               view->setAd(quick::QmlBannerAd(ad));
               view->setCustomWindow(overlay);
               view->setProperty("adLabelText",

@@ -141,6 +141,11 @@ class Stage {
                 item->property("status").toInt() != 1) {
               return false;
             }
+            // A banner draws its picture itself.
+            if (!item->property("pictureSource").toUrl().isEmpty() &&
+                item->property("pictureStatus").toInt() != 1) {
+              return false;
+            }
             if (auto* manager = item->property("videoManager").value<VideoPlayerManager*>()) {
               if (manager->playerStatus() != VideoPlayerManager::ReadyToPlay ||
                   manager->player()->position() < 0.3) {

@@ -104,10 +104,8 @@ Item {
             compare(banner.frameWidth, 320);
             compare(banner.frameHeight, 50);
             compare(banner.width, 320);
-            const image = findChild(banner, "creativeImage");
-            verify(image);
-            tryCompare(image, "status", Image.Ready, 5000);
-            compare(image.sourceSize.width, 320);
+            tryCompare(banner, "pictureStatus", Image.Ready, 5000);
+            compare(banner.pictureSize.width, 320);
             const events = waitForLog("uc-home-banner-1", "/events", 1);
             compare(events.length, 1);
             compare(events[0].event_name, "funnel_impression");

@@ -36,16 +36,13 @@ Item {
             compare(preload.errorString, "");
 
             const banner = createTemporaryObject(bannerComponent, host, {ad: preloaded});
-            const image = findChild(banner, "creativeImage");
-            verify(image);
-            compare(image.status, Image.Ready, "drawn without waiting");
-            compare(image.sourceSize.width, 320);
+            compare(banner.pictureStatus, Image.Ready, "drawn without waiting");
+            compare(banner.pictureSize.width, 320);
 
             // The control: another ad, not preloaded, is still on its way.
             const other = createTemporaryObject(bannerComponent, host, {ad: ad("au_home_banner", 1)});
-            const otherImage = findChild(other, "creativeImage");
-            verify(otherImage.status !== Image.Ready);
-            tryCompare(otherImage, "status", Image.Ready, 5000);
+            verify(other.pictureStatus !== Image.Ready);
+            tryCompare(other, "pictureStatus", Image.Ready, 5000);
         }
 
         function test_an_ad_without_a_creative_to_load_is_empty() {

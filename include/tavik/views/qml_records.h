@@ -3,11 +3,15 @@
 // The SDK's records as QML value types, so QML reads `ad.uclid` and
 // `ad.elements.destinationUrl` in an `onAdClicked` handler. Each wraps the C++ record
 // unchanged; absent optional numbers read as `undefined` in QML, absent texts as "".
+// The configuration and the ads are held as shared immutable records: a copy of the
+// value (a view's property, a binding, a signal argument) shares the one record instead
+// of copying its strings.
 
 #include <QtQml/qqmlregistration.h>
 #include <QObject>
 #include <QString>
 #include <QVariant>
+#include <memory>
 
 #include "tavik/ads/ad_models.h"
 #include "tavik/core/config.h"
@@ -32,7 +36,8 @@ class QmlConfig {
  public:
   QmlConfig() = default;
   /// Wraps `config`; absent gives an invalid value.
-  explicit QmlConfig(std::optional<Config> config) : config_(std::move(config)) {}
+  explicit QmlConfig(std::optional<Config> config)
+      : config_(config ? std::make_shared<const Config>(std::move(*config)) : nullptr) {}
 
   /// True when there is a configuration with a client id.
   bool valid() const { return config_ && !config_->clientId.empty(); }
@@ -42,14 +47,16 @@ class QmlConfig {
   bool debug() const { return config_ && config_->debug; }
   /// Whether impressions wait for viewability; false without a configuration.
   bool impressionOnViewable() const { return config_ && config_->impressionOnViewable; }
-  /// The wrapped configuration; absent for the empty value.
-  const std::optional<Config>& config() const { return config_; }
+  /// The wrapped configuration; null for the empty value.
+  const Config* config() const { return config_.get(); }
 
-  /// Same wrapped configuration.
-  friend bool operator==(const QmlConfig& a, const QmlConfig& b) { return a.config_ == b.config_; }
+  /// Same wrapped configuration (the same record, or equal ones).
+  friend bool operator==(const QmlConfig& a, const QmlConfig& b) {
+    return a.config_ == b.config_ || (a.config_ && b.config_ && *a.config_ == *b.config_);
+  }
 
  private:
-  std::optional<Config> config_;
+  std::shared_ptr<const Config> config_;
 };
 
 /// The creative of a `BannerAd` in QML (`bannerAdElements`).
@@ -113,10 +120,10 @@ class QmlBannerAd {
  public:
   QmlBannerAd() = default;
   /// Wraps `ad`.
-  explicit QmlBannerAd(BannerAd ad) : ad_(std::move(ad)) {}
+  explicit QmlBannerAd(BannerAd ad) : ad_(std::make_shared<const BannerAd>(std::move(ad))) {}
 
   /// False for the empty value a view starts with.
-  bool valid() const { return ad_.has_value(); }
+  bool valid() const { return ad_ != nullptr; }
   /// The ad's identifier; "" for the empty value.
   QString uclid() const { return ad_ ? qs(ad_->uclid) : QString(); }
   /// The ad unit that served it; "" for the empty value.
@@ -138,14 +145,16 @@ class QmlBannerAd {
   /// The shopper id stamped on the ad; "" when absent.
   QString cliUbid() const { return ad_ ? qs(ad_->cliUbid.value_or("")) : QString(); }
 
-  /// The wrapped ad; absent for the empty value.
-  const std::optional<BannerAd>& ad() const { return ad_; }
+  /// The wrapped ad; null for the empty value.
+  const BannerAd* ad() const { return ad_.get(); }
 
-  /// Same wrapped ad.
-  friend bool operator==(const QmlBannerAd& a, const QmlBannerAd& b) { return a.ad_ == b.ad_; }
+  /// Same wrapped ad (the same record, or equal ones).
+  friend bool operator==(const QmlBannerAd& a, const QmlBannerAd& b) {
+    return a.ad_ == b.ad_ || (a.ad_ && b.ad_ && *a.ad_ == *b.ad_);
+  }
 
  private:
-  std::optional<BannerAd> ad_;
+  std::shared_ptr<const BannerAd> ad_;
 };
 
 /// The media of one carousel card in QML (`carouselMedia`).
@@ -245,10 +254,10 @@ class QmlCarouselAd {
  public:
   QmlCarouselAd() = default;
   /// Wraps `ad`.
-  explicit QmlCarouselAd(CarouselAd ad) : ad_(std::move(ad)) {}
+  explicit QmlCarouselAd(CarouselAd ad) : ad_(std::make_shared<const CarouselAd>(std::move(ad))) {}
 
   /// False for the empty value a view starts with.
-  bool valid() const { return ad_.has_value(); }
+  bool valid() const { return ad_ != nullptr; }
   /// The ad's identifier; "" for the empty value.
   QString uclid() const { return ad_ ? qs(ad_->uclid) : QString(); }
   /// The ad unit that served it; "" for the empty value.
@@ -270,14 +279,16 @@ class QmlCarouselAd {
   /// The shopper id stamped on the ad; "" when absent.
   QString cliUbid() const { return ad_ ? qs(ad_->cliUbid.value_or("")) : QString(); }
 
-  /// The wrapped ad; absent for the empty value.
-  const std::optional<CarouselAd>& ad() const { return ad_; }
+  /// The wrapped ad; null for the empty value.
+  const CarouselAd* ad() const { return ad_.get(); }
 
-  /// Same wrapped ad.
-  friend bool operator==(const QmlCarouselAd& a, const QmlCarouselAd& b) { return a.ad_ == b.ad_; }
+  /// Same wrapped ad (the same record, or equal ones).
+  friend bool operator==(const QmlCarouselAd& a, const QmlCarouselAd& b) {
+    return a.ad_ == b.ad_ || (a.ad_ && b.ad_ && *a.ad_ == *b.ad_);
+  }
 
  private:
-  std::optional<CarouselAd> ad_;
+  std::shared_ptr<const CarouselAd> ad_;
 };
 
 }  // namespace tavik::quick

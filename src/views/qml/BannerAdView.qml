@@ -1,10 +1,9 @@
-import QtQuick
 import Tavik
 
-// One image or video banner. The C++ base decides (frame, kind, label place, events) and
-// makes the parts it draws when they are needed: the creative, the label while there is
-// label text, the focus ring once the banner has keyboard focus (Enter, Return and Space
-// tap it). This file gives the frame its tap and the banner its accessible name.
+// One image or video banner. The C++ base is the whole banner: it decides (frame, kind,
+// label place, events), draws the picture itself, takes taps (and Enter, Return and Space
+// on the focused banner) and makes the parts it needs only when it needs them: the video,
+// the label while there is label text, the focus ring once the banner has keyboard focus.
 //
 //   BannerAdView {
 //       ad: bannerAdFetchedByTheApp          // a bannerAd; TavikAds.decodeBannerAd(json)
@@ -13,21 +12,4 @@ import Tavik
 //       onAdClicked: ad => shop.open(ad.elements.destinationUrl)
 //   }
 BannerAdViewBase {
-    id: root
-
-    Accessible.role: Accessible.Button
-    Accessible.name: qsTr("Sponsored")
-    Accessible.description: root.adLabelText
-    Accessible.focusable: true
-    Accessible.onPressAction: root.tap()
-
-    // Placed and sized by the base: centred, the frame's size, shown only with an ad it
-    // can draw. The creative, the label and the focus ring go inside it.
-    Item {
-        objectName: "bannerFrame"
-
-        TapHandler {
-            onTapped: root.tap()
-        }
-    }
 }

@@ -1,6 +1,7 @@
 // The Qt Quick Test runner: every tst_*.qml file runs in a fresh process with a sandbox
 // on a loopback port and the SDK installed against it, reachable from QML as `sandbox`.
 #include <QtQuickTest/quicktest.h>
+#include <QAccessible>
 #include <QQmlContext>
 #include <QQmlEngine>
 
@@ -14,6 +15,9 @@ class Setup : public QObject {
     engine->addImportPath(QStringLiteral(TAVIK_QML_DIR));
     engine->rootContext()->setContextProperty(QStringLiteral("sandbox"),
                                               &tavik::test::SandboxFixture::shared());
+    // The tests read what an assistive technology reads, which the views give only while
+    // one is active; the offscreen platform has no bridge that would turn it on.
+    QAccessible::setActive(true);
   }
   // After the last test: no sandbox thread may still serve while statics go away.
   void cleanupTestCase() { tavik::test::SandboxFixture::stopShared(); }
