@@ -122,6 +122,28 @@ void writeBacklog(const std::string& path, std::size_t count) {
   sqlite3_close(db);
 }
 
+struct Drain {
+  double seconds = 0, cpuSeconds = 0;
+};
+
+// Writes a backlog of 10,000, opens the store on it and waits until every event went; with
+// `shared`, the event host is one of the ad hosts (a connection is left free).
+Drain drainBacklog(bool shared) {
+  const std::string backlog = tempPath("backlog.db");
+  writeBacklog(backlog, kEvents);
+  const double cpu0 = processCpuSeconds();
+  const auto start = Clock::now();
+  detail::EventStoreOptions options;
+  options.path = backlog;
+  if (shared) options.adOrigins = {server().baseUrl()};
+  detail::openEventStore(options);
+  waitUntilStoreEmpty();
+  const Drain drain{secondsSince(start), processCpuSeconds() - cpu0};
+  detail::closeEventStore();
+  removeDatabase(backlog);
+  return drain;
+}
+
 void BM_EventStore(benchmark::State& state) {
   TAVIK& plain = sdk();  // trusts the server's certificate
   const std::string storeFile = tempPath("events.db");
@@ -207,19 +229,9 @@ void BM_EventStore(benchmark::State& state) {
   std::vector<double> drainSeconds[2], drainCpu[2];
   for (int round = 0; round < kDrains; ++round) {
     for (const bool shared : {false, true}) {
-      const std::string backlog = tempPath("backlog.db");
-      writeBacklog(backlog, kEvents);
-      const double cpu0 = processCpuSeconds();
-      const auto drain0 = Clock::now();
-      detail::EventStoreOptions options;
-      options.path = backlog;
-      if (shared) options.adOrigins = {server().baseUrl()};
-      detail::openEventStore(options);
-      waitUntilStoreEmpty();
-      drainSeconds[shared].push_back(secondsSince(drain0));
-      drainCpu[shared].push_back(processCpuSeconds() - cpu0);
-      detail::closeEventStore();
-      removeDatabase(backlog);
+      const Drain drain = drainBacklog(shared);
+      drainSeconds[shared].push_back(drain.seconds);
+      drainCpu[shared].push_back(drain.cpuSeconds);
     }
   }
   const double burstSeconds = off.seconds / bursts;
@@ -244,21 +256,10 @@ void BM_EventStore(benchmark::State& state) {
 // `shared`, as to a host that also serves the ads.
 int drainOnly(int rounds, bool shared) {
   sdk();  // trusts the server's certificate
-  const std::string backlog = tempPath("backlog.db");
   for (int round = 0; round < rounds; ++round) {
-    writeBacklog(backlog, kEvents);
-    const double cpu0 = processCpuSeconds();
-    const auto start = Clock::now();
-    detail::EventStoreOptions options;
-    options.path = backlog;
-    if (shared) options.adOrigins = {server().baseUrl()};
-    detail::openEventStore(options);
-    waitUntilStoreEmpty();
-    const double seconds = secondsSince(start);
-    std::printf("drain %d: %.0f events/s, %.1f us CPU per event\n", round + 1, kEvents / seconds,
-                1e6 * (processCpuSeconds() - cpu0) / kEvents);
-    detail::closeEventStore();
-    removeDatabase(backlog);
+    const Drain drain = drainBacklog(shared);
+    std::printf("drain %d: %.0f events/s, %.1f us CPU per event\n", round + 1,
+                kEvents / drain.seconds, 1e6 * drain.cpuSeconds / kEvents);
   }
   return 0;
 }
