@@ -230,7 +230,11 @@ std::string CreativeDiskCache::store(const std::string& url, const std::string& 
   std::ostringstream record;
   record << entry.size << ' ' << entry.checksum << '\n' << url << '\n';
   writeAtomically(entry.metaPath, record.str());
-  entry.lastUsed = timeOf(fs::last_write_time(entry.dataPath, error));
+  // Stamped from the same clock as a use (see find): the kernel's own stamp of the write
+  // comes from a coarser clock and can fall before a use made just earlier.
+  const auto now = fs::file_time_type::clock::now();
+  fs::last_write_time(entry.dataPath, now, error);
+  entry.lastUsed = timeOf(now);
   const std::string path = entry.dataPath;
   bytes_ += entry.size;
   entries_.emplace(key, std::move(entry));

@@ -188,10 +188,11 @@ QQuickItem* incubateViewItem(const QString& typeName, bool debug, QQuickItem* pa
   component->create(*incubator, context ? context : engine->rootContext());
   if (incubator->isLoading() && !incubator->item()) {
     // The newest incubation is the first the controller runs: it runs until the view's
-    // objects exist, and no further (a millisecond at most, should another come first).
+    // objects exist and no further, however long that takes on a slow machine (a time
+    // limit here would make a slow machine complete the whole view inside showAd).
     std::atomic<bool> running{true};
     incubator->stopAfterObjects(&running);
-    engine->incubationController()->incubateWhile(&running, 1);
+    engine->incubationController()->incubateWhile(&running);
     incubator->stopAfterObjects(nullptr);
   }
   // Should the objects not be there yet (another incubation ran), the view is built now.

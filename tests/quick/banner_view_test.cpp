@@ -43,7 +43,7 @@ TEST(BannerViews, ShowAdPlacesTheBannerReportsOnceAndCallsTheHost) {
   const std::thread::id uiThread = std::this_thread::get_id();
   int appeared = 0;
   std::vector<std::string> clicked;
-  BannerAdSettings settings;
+  BannerAdSettings settings{};
   settings.width = 300;
   settings.adLabelText = "Sponsored";
   settings.adAppear = [&](const BannerAd& ad) {

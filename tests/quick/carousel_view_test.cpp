@@ -41,7 +41,7 @@ TEST(CarouselViews, ShowAdReturnsAtOnceAndTheCarouselJoinsItsParentWhenBuilt) {
   SandboxFixture& fixture = SandboxFixture::shared();
   Scene scene(700, 500);
   const CarouselAd ad = decodeCarouselAd(fixture.adJson("au_carousel").toStdString());
-  CarouselAdSettings settings;
+  CarouselAdSettings settings{};
   settings.width = 300;
   settings.adLabelText = "Ad";
   auto manager = quick::views(TAVIK::shared()).carouselAdView();
@@ -99,7 +99,7 @@ TEST(CarouselViews, PreloadedCardsAreDrawnFromTheirPreloadAndADroppedOneIsGivenU
   for (const CarouselCard& card : ad.elements.carouselCards)
     EXPECT_TRUE(quick::detail::hasPreloadedImage(card.media.value));
 
-  CarouselAdSettings settings;
+  CarouselAdSettings settings{};
   settings.width = 300;
   QQuickItem* item = manager->showAd(ad, settings, scene.root());
   ASSERT_TRUE(item);
@@ -141,7 +141,7 @@ TEST(CarouselViews, CardTapsReachTheHostWithTheCardAndReportTheAdsClick) {
   const CarouselAd ad = decodeCarouselAd(fixture.adJson("au_carousel").toStdString());
   std::vector<std::string> destinations;
   int appeared = 0;
-  CarouselAdSettings settings;
+  CarouselAdSettings settings{};
   settings.width = 300;
   settings.cardBackground = QColor("#eeeeee");
   settings.adAppear = [&](const CarouselAd& shown) {
@@ -184,7 +184,7 @@ TEST(CarouselViews, AMultiAdStripHandsEveryCardItsOwnAd) {
     ads.push_back(decodeBannerAd(fixture.adJson("au_home_banner", i % 2).toStdString()));
   ads[2].uclid = "uc-third";
   std::vector<std::string> appeared;
-  MultiAdCarouselSettings settings;
+  MultiAdCarouselSettings settings{};
   settings.width = 320;
   settings.elementWidth = 320;
   settings.adAppear = [&](const BannerAd& ad) { appeared.push_back(ad.uclid); };
@@ -215,7 +215,7 @@ TEST(CarouselViews, AHundredCardStripPagedEndToEndReportsEachImpressionOnce) {
     ads.push_back(ad);
   }
   std::map<std::string, int> viewable;
-  MultiAdCarouselSettings settings;
+  MultiAdCarouselSettings settings{};
   settings.width = 300;
   settings.adViewable = [&](const BannerAd& seen) { ++viewable[seen.uclid]; };
   QQuickItem* strip =

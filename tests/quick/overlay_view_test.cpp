@@ -103,7 +103,7 @@ TEST(Interstitial, CoversTheWindowAboveHostItemsAndClosesItselfOnce) {
   ASSERT_TRUE(manager);
   auto* overlay = static_cast<InterstitialAdViewManager*>(manager.get())->customWindow.get();
   QSignalSpy dismissed(overlay, &CustomWindow::dismissed);
-  InterstitialAdSettings settings;
+  InterstitialAdSettings settings{};
   settings.width = 200;
   settings.adLabelText = "Ad";
   settings.adLabelAlignment = Qt::AlignBottom | Qt::AlignRight;
@@ -144,7 +144,7 @@ TEST(Interstitial, ShowAdReturnsBeforeTheViewIsBuiltAndTheNextFrameHoldsItWhole)
   auto manager = quick::views(TAVIK::shared()).interstitialAdView();
   auto* overlay = static_cast<InterstitialAdViewManager*>(manager.get())->customWindow.get();
   spinUntil([] { return false; }, 50);  // nothing else pending
-  InterstitialAdSettings settings;
+  InterstitialAdSettings settings{};
   settings.width = 200;
   settings.adLabelText = "Ad";
   manager->showAd(adWith("au_interstitial", 1, 2), settings);
@@ -176,7 +176,7 @@ TEST(Interstitial, DismissedBeforeItsViewIsBuiltMakesNothing) {
   settle();
   HostWindow host;
   int made = 0, appeared = 0;
-  InterstitialAdSettings settings;
+  InterstitialAdSettings settings{};
   settings.adAppear = [&](const BannerAd&) { ++appeared; };
   auto manager = quick::views(TAVIK::shared()).interstitialAdView();
   auto* overlay = static_cast<InterstitialAdViewManager*>(manager.get())->customWindow.get();
@@ -414,7 +414,7 @@ TEST_F(PictureInPicture, StartsInTheCornerDragsClampedAndTogglesFullScreen) {
   auto manager = quick::views(TAVIK::shared()).pipAdView();
   ASSERT_TRUE(manager);
   auto* overlay = static_cast<PIPAdViewManager*>(manager.get())->customWindow.get();
-  PIPAdSettings settings;
+  PIPAdSettings settings{};
   settings.width = 300;
   settings.height = 200;
   manager->showAd(adWith("au_video_banner", {}, {}), settings);
@@ -484,7 +484,7 @@ TEST_F(PictureInPicture, ShowAdReturnsThePanelAtOnceAndTheNextFrameHoldsTheView)
   auto manager = quick::views(TAVIK::shared()).pipAdView();
   auto* overlay = static_cast<PIPAdViewManager*>(manager.get())->customWindow.get();
   spinUntil([] { return false; }, 50);
-  PIPAdSettings settings;
+  PIPAdSettings settings{};
   settings.width = 300;
   settings.height = 200;
   manager->showAd(adWith("au_video_banner", {}, {}), settings);
@@ -507,7 +507,7 @@ TEST_F(PictureInPicture, OneImpressionAcrossHideAndShowAClickPerTapAndSilenceAft
   auto manager = quick::views(TAVIK::shared()).pipAdView();
   auto* overlay = static_cast<PIPAdViewManager*>(manager.get())->customWindow.get();
   int appeared = 0, clicked = 0;
-  PIPAdSettings settings;
+  PIPAdSettings settings{};
   settings.adAppear = [&](const BannerAd&) { ++appeared; };
   settings.adClicked = [&](const BannerAd&) { ++clicked; };
   manager->showAd(adWith("au_video_banner", {}, {}), settings);
@@ -555,7 +555,7 @@ TEST_F(PictureInPicture, ControlsInTheirOrderAndTheFullScreenIconFollowsTheOverl
   HostWindow host;
   auto manager = quick::views(TAVIK::shared()).pipAdView();
   auto* overlay = static_cast<PIPAdViewManager*>(manager.get())->customWindow.get();
-  PIPAdSettings settings;
+  PIPAdSettings settings{};
   settings.width = 300;
   settings.height = 200;
   settings.adLabelText = "Ad";
@@ -616,7 +616,7 @@ TEST_F(PictureInPicture, ViewableAfterTwoSecondsOfPlaybackThePauseStopsTheClock)
   auto manager = quick::views(TAVIK::shared()).pipAdView();
   auto* overlay = static_cast<PIPAdViewManager*>(manager.get())->customWindow.get();
   int viewable = 0;
-  PIPAdSettings settings;
+  PIPAdSettings settings{};
   settings.adViewable = [&](const BannerAd&) { ++viewable; };
   manager->showAd(adWith("au_video_banner", {}, {}), settings);
   ASSERT_TRUE(overlay->host());

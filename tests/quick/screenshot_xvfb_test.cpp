@@ -279,7 +279,7 @@ TEST(Screenshots, Interstitial) {
   ASSERT_TRUE(spinUntil([&] { return stage.ready() && stage.view().isActive(); }));
   auto manager = quick::views(TAVIK::shared()).interstitialAdView();
   ASSERT_TRUE(manager);
-  InterstitialAdSettings settings;
+  InterstitialAdSettings settings{};
   settings.adLabelText = "Sponsored";
   manager->showAd(decodeBannerAd(SandboxFixture::shared().adJson("au_interstitial").toStdString()),
                   settings);
@@ -304,7 +304,7 @@ TEST(Screenshots, PictureInPicture) {
   ASSERT_TRUE(spinUntil([&] { return stage.ready() && stage.view().isActive(); }));
   auto manager = quick::views(TAVIK::shared()).pipAdView();
   ASSERT_TRUE(manager);
-  PIPAdSettings settings;
+  PIPAdSettings settings{};
   settings.width = 240;
   settings.height = 135;
   settings.adLabelText = "Ad";
