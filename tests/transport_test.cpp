@@ -251,6 +251,40 @@ TEST(TransportErrors, FailuresCarryAStableKind) {
   EXPECT_EQ(transportErrorOf(errors[0])->curlCode(), CURLE_OPERATION_TIMEDOUT);
 }
 
+// libcurl keeps the parsed trust store between connections; a bundle trusted later must
+// still reach the next connection, and a server nobody trusted must still be refused by it.
+TEST(TransportTrust, ABundleTrustedAfterConnectionsWereMadeTrustsTheNextConnection) {
+  test::SandboxEnv env;
+  const auto ok = [](const std::string& url) {
+    auto future = detail::sendHttpRequest(get(url));
+    if (future.wait_for(30s) != std::future_status::ready) return false;
+    try {
+      return future.get().status == 200;
+    } catch (const std::exception&) {
+      return false;
+    }
+  };
+  env.server().script("/x", test::reply(200, "{}"));
+  ASSERT_TRUE(ok(env.base() + "/x"));  // the store is parsed and kept from here on
+
+  sandbox::Options laterOptions;
+  laterOptions.certNames = {"127.0.0.1", "trusted-later.test"};
+  sandbox::Sandbox later(laterOptions);
+  later.start();
+  later.script("/x", test::reply(200, "{}"));
+  EXPECT_EQ(failureKind(detail::sendHttpRequest(get(later.baseUrl() + "/x"))), Kind::tls);
+
+  transport::trustCaBundle(later.certPath());
+  EXPECT_TRUE(ok(later.baseUrl() + "/x"));
+  EXPECT_TRUE(ok(env.base() + "/x"));  // the bundles trusted before still count
+
+  sandbox::Options neverOptions;
+  neverOptions.certNames = {"127.0.0.1", "never-trusted.test"};
+  sandbox::Sandbox never(neverOptions);
+  never.start();
+  EXPECT_EQ(failureKind(detail::sendHttpRequest(get(never.baseUrl() + "/x"))), Kind::tls);
+}
+
 TEST(TransportThreads, LargeAnswersCompleteOffTheTransportThread) {
   test::SandboxEnv env;
   std::string big = "[";
