@@ -6,6 +6,7 @@
 //   tavik_bench_profile events [BURSTS [EVENTS]]   bursts of impressions, all awaited
 //   tavik_bench_profile raw-events [BURSTS [EVENTS]]  the same on the capped raw client
 //   tavik_bench_profile fetch [COUNT]              banner fetches and decodes, one at a time
+//   tavik_bench_profile raw-fetch [COUNT]          the same fetch on raw libcurl's I/O thread
 
 #include <chrono>
 #include <cstdio>
@@ -37,6 +38,7 @@ int main(int argc, char** argv) {
         pending.push_back(
             tavik.registerEvent()->registerAdImpressionEvent(kCliUbid, kUclid, kPosition));
       }
+      if (std::getenv("TAVIK_PROFILE_WAIT_LAST_FIRST")) pending.back().wait();
       for (const auto& result : pending) failed += result.get() ? 0 : 1;
     }
     total = bursts * events;
@@ -57,9 +59,23 @@ int main(int argc, char** argv) {
               .get();
       failed += ad ? 0 : 1;
     }
+  } else if (what == "raw-fetch") {
+    // The figure's raw baseline: one reused easy handle run by a multi handle on its own
+    // I/O thread, the calling thread waiting for each.
+    total = arg(2, 3000);
+    std::string body;
+    CURL* easy = curl_easy_init();
+    setRawOptions(easy, server().baseUrl() + "/v2/bsda?" + wireForm().bannerQuery, &body);
+    IoThread ioThread;
+    for (long i = 0; i < total; ++i) {
+      body.clear();
+      failed += ioThread.perform(easy) && !body.empty() ? 0 : 1;
+    }
+    curl_easy_cleanup(easy);
   } else {
-    std::fprintf(
-        stderr, "usage: tavik_bench_profile events|raw-events [BURSTS [EVENTS]] | fetch [COUNT]\n");
+    std::fprintf(stderr,
+                 "usage: tavik_bench_profile events|raw-events [BURSTS [EVENTS]] | fetch|raw-fetch "
+                 "[COUNT]\n");
     return 2;
   }
   const double seconds =

@@ -92,7 +92,8 @@ void AdFetcher::log(const std::string& text) const {
 }
 
 std::optional<Url> AdFetcher::prepare(Service service, const char* path,
-                                      const Parameters& parameters, const ErrorHandler& onError) {
+                                      std::optional<Parameters> parameters,
+                                      const ErrorHandler& onError) {
   try {
     const bool display = service == Service::display;
     const auto& endpoint = display ? (config_.displayAds ? &config_.displayAds->domainUri : nullptr)
@@ -101,7 +102,7 @@ std::optional<Url> AdFetcher::prepare(Service service, const char* path,
       throw display ? TavikError::missingDisplayAdConfig() : TavikError::missingPlaAdConfig();
     }
     const ApiUrlResult apiUrl = webService_.generateApiUrl(*endpoint + path, parameters);
-    if (display) log("Generated URL Response: " + apiUrl.description());
+    if (display && config_.debug) log("Generated URL Response: " + apiUrl.description());
     if (!apiUrl.status || !apiUrl.apiUrl) {
       detail::notify(onError, TavikError::badUrl());
       return std::nullopt;
@@ -115,7 +116,7 @@ std::optional<Url> AdFetcher::prepare(Service service, const char* path,
 
 AdFetcher::Result AdFetcher::send(Service service, const char* path, Parameters parameters,
                                   ErrorHandler onError) {
-  const auto url = prepare(service, path, parameters, onError);
+  const auto url = prepare(service, path, std::move(parameters), onError);
   if (!url) return Result::ready(std::nullopt);
   return detail::settle(webService_.request(*url, HTTPMethod::get, std::nullopt, {}),
                         std::move(onError));
@@ -140,9 +141,9 @@ Future<std::optional<detail::Answer>> AdFetcher::fetchDisplayAdsWithAuAnswer(
     const std::string& cliUbid, const std::string& pageType, std::int64_t productCount,
     const StringList& adUnits, const std::optional<TargetingList>& targetingParams,
     ErrorHandler onError) {
-  const Parameters parameters =
-      displayByAdUnit(cliUbid, pageType, productCount, adUnits, targetingParams);
-  const auto url = prepare(Service::display, "/v2/bsda", parameters, onError);
+  const auto url =
+      prepare(Service::display, "/v2/bsda",
+              displayByAdUnit(cliUbid, pageType, productCount, adUnits, targetingParams), onError);
   if (!url) return Future<std::optional<detail::Answer>>::ready(std::nullopt);
   return detail::settle(webService_.requestAnswer(*url, HTTPMethod::get, std::nullopt, {}),
                         std::move(onError));

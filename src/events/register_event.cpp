@@ -95,8 +95,10 @@ RegisterEvent::Result RegisterEvent::send(TavikEventPath path, Parameters parame
   const std::int64_t eventTime = nowMillis();
   parameters.set("event_time", eventTime);
   try {
+    // The dictionary is not read again: it moves into the address's builder uncopied.
     const ApiUrlResult apiUrl = webService.generateApiUrl(
-        config.registerEvent->domainUri + "/" + std::string(pathName(path)), parameters);
+        config.registerEvent->domainUri + "/" + std::string(pathName(path)),
+        std::optional<Parameters>(std::move(parameters)));
     if (!apiUrl.status || !apiUrl.apiUrl) {
       detail::notify(onError, TavikError::badUrl());
       return Result::ready(std::nullopt);

@@ -197,7 +197,7 @@ Url WebService::makeQueryUrl(const Url& url, const Parameters& parameters) {
 }
 
 Parameters WebService::enhancedParameters(const std::optional<Parameters>& parameters) {
-  Parameters enhanced = parameters.value_or(Parameters{});
+  Parameters enhanced = parameters ? *parameters : Parameters{};
   enhanced.set("os_version", sdkVersion());
   enhanced.set("os_name", "iOS");
   return enhanced;
@@ -211,7 +211,7 @@ ApiUrlResult WebService::generateApiUrl(const std::string& urlString,
   }
   const auto url = validApiUrl(urlString);
   if (!url) throw TavikError::badUrl();
-  Url finished = makeQueryUrl(*url, parameters.value_or(Parameters{}));
+  Url finished = parameters ? makeQueryUrl(*url, *parameters) : *url;
   if (debug_) log("Preprared Api URL = " + finished.string());
   return ApiUrlResult{true, std::move(finished)};
 }

@@ -151,8 +151,8 @@ class AdFetcher : public AdFetcherProtocol {
   enum class Service { display, pla };
   /// Checks the endpoint and builds the address; on failure reports through `onError`
   /// and returns nothing.
-  std::optional<Url> prepare(Service service, const char* path, const Parameters& parameters,
-                             const ErrorHandler& onError);
+  std::optional<Url> prepare(Service service, const char* path,
+                             std::optional<Parameters> parameters, const ErrorHandler& onError);
   Result send(Service service, const char* path, Parameters parameters, ErrorHandler onError);
   Parameters displayByAdUnit(const std::string& cliUbid, const std::string& pageType,
                              std::int64_t productCount, const StringList& adUnits,
