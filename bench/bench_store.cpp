@@ -180,6 +180,8 @@ void BM_EventStore(benchmark::State& state) {
       fire[turn] = secondsSince(t0);
       side.fireSeconds += fire[turn];
       side.fireCpuSeconds += threadCpuSeconds() - callerCpu0;
+      // The burst is awaited as the events figure awaits it: its last event, then all.
+      pending.back().wait();
       for (const auto& result : pending) side.failed += result.get() ? 0 : 1;
       if (turn == 1) waitUntilStoreEmpty();
       total[turn] = secondsSince(t0);

@@ -104,8 +104,29 @@ struct EventStore::Impl {
   std::vector<Op> ops;
   SteadyClock::time_point firstOp;
   bool stopping = false;
-  bool slotFreed = false;  // a retry's answer came: the thread may start the next one
+  // Retries handed to the transport and not answered yet, and the slots their answers
+  // freed since the thread last looked. The thread is woken to refill slots a few at a
+  // time (or when none is left in flight), not once per answer: a backlog then costs
+  // the store's thread one wake-up per handful of events.
+  std::ptrdiff_t sentUnanswered = 0;
+  std::size_t slotsFreed = 0;
+  // When the thread sleeps, until when; `min()` while it is awake (it looks at the queue
+  // before it sleeps again, so nobody needs to wake it).
+  SteadyClock::time_point sleepingUntil = SteadyClock::time_point::min();
   EventStoreStats counters;
+
+  // Whether the freed slots are worth a wake-up (under the mutex).
+  bool slotsToFill() const {
+    const std::size_t batch = std::max<std::size_t>(1, options.maxInFlight / 3);
+    return slotsFreed > 0 && (slotsFreed >= batch || sentUnanswered <= 0);
+  }
+  // Whether an operation queued now must wake the sleeping thread (under the mutex): for
+  // slots to refill, or because the group it starts is due before the thread's alarm.
+  bool mustWake(bool first, bool freesSlot) const {
+    if (sleepingUntil == SteadyClock::time_point::min()) return false;
+    if (freesSlot && slotsToFill()) return true;
+    return first && firstOp + options.commitInterval < sleepingUntil;
+  }
 
   // The store thread's own.
   struct Pending {
@@ -451,6 +472,10 @@ struct EventStore::Impl {
       it->second.inFlight = true;
       it->second.storeSent = true;
       ++inFlight;
+      {
+        std::lock_guard lock(mutex);
+        ++sentUnanswered;
+      }
       count(&EventStoreStats::retried);
       HttpRequest request;
       request.url = it->second.url;
@@ -477,10 +502,12 @@ struct EventStore::Impl {
         // may have aged; an event arriving in an empty queue wakes it to set its alarm.
         while (!stopping) {
           const auto at = SteadyClock::now();
-          if (!ops.empty() && (slotFreed || at >= firstOp + options.commitInterval)) break;
+          if (!ops.empty() && (slotsToFill() || at >= firstOp + options.commitInterval)) break;
           const auto deadline = nextWake(at);
           if (at >= deadline) break;
+          sleepingUntil = deadline;
           wake.wait_until(lock, deadline);
+          sleepingUntil = SteadyClock::time_point::min();
         }
         stop = stopping;
         if (!ops.empty()) {
@@ -490,7 +517,7 @@ struct EventStore::Impl {
           }
           group.swap(ops);
         }
-        slotFreed = false;
+        slotsFreed = 0;
       }
       // Applied in memory at once, so a freed slot takes the next retry now; written to
       // the database once per commit interval.
@@ -560,15 +587,16 @@ std::int64_t EventStore::add(std::string finalUrl, std::int64_t eventTime) {
   op.url = std::move(finalUrl);
   op.eventTime = eventTime;
   op.created = impl_->now();
-  bool first;
+  bool first, wake;
   {
     std::lock_guard lock(impl_->mutex);
     if (impl_->stopping) return 0;
     first = impl_->ops.empty();
     if (first) impl_->firstOp = SteadyClock::now();
     impl_->ops.push_back(std::move(op));
+    wake = impl_->mustWake(first, false);
   }
-  if (first) impl_->wake.notify_one();
+  if (wake) impl_->wake.notify_one();
   return id;
 }
 
@@ -576,16 +604,20 @@ void EventStore::answered(std::int64_t id, AttemptOutcome outcome, bool freesSlo
   Impl::Op op;
   op.id = id;
   op.outcome = std::move(outcome);
-  bool first;
+  bool wake;
   {
     std::lock_guard lock(impl_->mutex);
     if (impl_->stopping) return;
-    first = impl_->ops.empty();
+    const bool first = impl_->ops.empty();
     if (first) impl_->firstOp = SteadyClock::now();
     impl_->ops.push_back(std::move(op));
-    impl_->slotFreed |= freesSlot;
+    if (freesSlot) {
+      --impl_->sentUnanswered;
+      ++impl_->slotsFreed;
+    }
+    wake = impl_->mustWake(first, freesSlot);
   }
-  if (first || freesSlot) impl_->wake.notify_one();
+  if (wake) impl_->wake.notify_one();
 }
 
 bool EventStore::accepting() const {
