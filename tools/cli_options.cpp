@@ -120,7 +120,7 @@ std::string describeOptions(const OptionList& options) {
   std::size_t width = 0;
   for (const auto& option : options) {
     std::string head = std::string(option.name);
-    if (!option.metavar.empty()) head += " " + std::string(option.metavar);
+    if (!option.metavar.empty()) head.append(" ").append(option.metavar);
     if (option.repeatable) head += " ...";
     width = std::max(width, head.size());
     heads.push_back(std::move(head));
