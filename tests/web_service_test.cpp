@@ -6,6 +6,7 @@
 
 #include <thread>
 
+#include "network/web_service_internal.h"
 #include "support/sandbox_env.h"
 #include "tavik/core/error.h"
 #include "tavik/core/log.h"
@@ -103,6 +104,25 @@ TEST(WebServiceUrls, QueryItemsKeepTypesListsAndAnExistingQuery) {
   EXPECT_EQ(*enhanced.find("os_name")->asString(), "iOS");
   EXPECT_EQ(*enhanced.find("os_version")->asString(), sdkVersion());
   EXPECT_EQ(enhanced.size(), 3u);
+}
+
+// A GET's address is written as text without an address object; it must be exactly the
+// text the address builder makes, whatever shape the address has.
+TEST(WebServiceUrls, AGetsAddressTextIsTheBuildersText) {
+  const Parameters some{{"os_version", "1.0.0"}, {"au", StringList{"a b", "c"}}, {"n", 3}};
+  const Parameters nothing{{"none", StringList{}}};
+  const Parameters none;
+  for (const char* address :
+       {"https://a.example/", "https://a.example/x?keep=1", "https://a.example/x?",
+        "https://a.example/x#frag", "https://a.example/x?k=v#frag", "https://a.example:/x/../y",
+        "https://a.example/x?#"}) {
+    SCOPED_TRACE(address);
+    const Url base = url(address);
+    for (const Parameters* parameters : {&some, &nothing, &none}) {
+      EXPECT_EQ(detail::queryUrlText(base, *parameters),
+                WebService::makeQueryUrl(base, *parameters).string());
+    }
+  }
 }
 
 TEST(WebServiceUrls, DebugLinesFollowTheRequestSteps) {

@@ -174,16 +174,17 @@ bool WebService::isValidApiUrl(const std::string& urlString) {
   return validApiUrl(urlString).has_value();
 }
 
-Url WebService::makeQueryUrl(const Url& url, const Parameters& parameters) {
-  if (parameters.empty()) return url;
-  std::string query;
-  query.reserve(url.query().size() + 32 * parameters.size());
-  query = url.query();
-  const auto append = [&query](std::string_view name, std::string_view value) {
-    if (!query.empty()) query += '&';
-    appendPercentEncoded(query, name);
-    query += '=';
-    appendPercentEncoded(query, value);
+namespace {
+
+// Appends `parameters` to the query that ends `out` (`any`: whether that query already
+// holds a pair), percent-encoded, a list as repeated "key[]" pairs.
+void appendQueryPairs(std::string& out, bool any, const Parameters& parameters) {
+  const auto append = [&out, &any](std::string_view name, std::string_view value) {
+    if (any) out += '&';
+    any = true;
+    appendPercentEncoded(out, name);
+    out += '=';
+    appendPercentEncoded(out, value);
   };
   for (const auto& [key, value] : parameters) {
     if (const StringList* list = value.asList()) {
@@ -193,8 +194,40 @@ Url WebService::makeQueryUrl(const Url& url, const Parameters& parameters) {
       append(key, value.text());
     }
   }
+}
+
+}  // namespace
+
+Url WebService::makeQueryUrl(const Url& url, const Parameters& parameters) {
+  if (parameters.empty()) return url;
+  std::string query;
+  query.reserve(url.query().size() + 32 * parameters.size());
+  query = url.query();
+  appendQueryPairs(query, !query.empty(), parameters);
   return url.withQuery(query);
 }
+
+namespace detail {
+
+std::string queryUrlText(const Url& url, const Parameters& parameters) {
+  if (parameters.empty()) return url.string();
+  // The same splice as Url::withQuery, written straight into one string.
+  const std::string_view text = url.string();
+  const auto fragmentAt = std::min(text.find('#'), text.size());
+  const auto baseEnd = std::min(text.substr(0, fragmentAt).find('?'), fragmentAt);
+  std::string out;
+  out.reserve(baseEnd + 1 + url.query().size() + 32 * parameters.size() +
+              (text.size() - fragmentAt));
+  out.append(text.substr(0, baseEnd));
+  out += '?';
+  out += url.query();
+  appendQueryPairs(out, !url.query().empty(), parameters);
+  if (out.size() == baseEnd + 1) out.pop_back();  // no query at all: no '?' either
+  out.append(text.substr(fragmentAt));
+  return out;
+}
+
+}  // namespace detail
 
 Parameters WebService::enhancedParameters(const std::optional<Parameters>& parameters) {
   Parameters enhanced = parameters ? *parameters : Parameters{};
@@ -226,20 +259,18 @@ Future<detail::HttpResponse> exchange(const WebService& service, const Url& url,
                                       bool cancellable = true) {
   const std::string_view methodName = rawValue(method);
   const Parameters enhanced = WebService::enhancedParameters(parameters);
-  const Url finalUrl = (method == HTTPMethod::get && !enhanced.empty())
-                           ? WebService::makeQueryUrl(url, enhanced)
-                           : url;
+  detail::HttpRequest http;
+  // A GET's address is written once, as text: no address object is made for it.
+  http.url = method == HTTPMethod::get ? detail::queryUrlText(url, enhanced) : url.string();
   if (service.debug()) {
     detail::debugLine("Api URL = " + url.string());
     detail::debugLine("Api call Method = " + std::string(methodName));
     detail::debugLine("Api parameters = " + describeOptional(parameters ? &*parameters : nullptr));
     detail::debugLine("Api headers = " + describe(headers));
     detail::debugLine("Enhanced parameters = " + enhanced.description());
-    detail::debugLine("Final URL = " + finalUrl.string());
+    detail::debugLine("Final URL = " + http.url);
   }
 
-  detail::HttpRequest http;
-  http.url = finalUrl.string();
   if (sentUrl) *sentUrl = http.url;
   http.method = std::string(methodName);
   http.debug = service.debug();

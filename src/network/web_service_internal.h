@@ -19,6 +19,10 @@ namespace tavik::detail {
 Future<HttpResponse> exchangeGet(const WebService& service, const Url& url, std::string* sentUrl,
                                  bool cancellable = true);
 
+/// The text of `WebService::makeQueryUrl(url, parameters)`, written straight into one
+/// string (no address object is made).
+std::string queryUrlText(const Url& url, const Parameters& parameters);
+
 /// What `WebService::request` makes of a raw response (the response dictionary), or the
 /// error it throws for it.
 nlohmann::json responseDictionary(const HttpResponse& response);
