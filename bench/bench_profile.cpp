@@ -24,7 +24,16 @@ using namespace tavik::bench;
 int main(int argc, char** argv) {
   const std::string what = argc > 1 ? argv[1] : "events";
   const auto arg = [&](int i, long fallback) { return argc > i ? std::atol(argv[i]) : fallback; };
-  TAVIK& tavik = sdk();
+  TAVIK& plain = sdk();
+  // With TAVIK_PROFILE_STORE=FILE the events go through an event store kept in FILE.
+  const char* storeFile = std::getenv("TAVIK_PROFILE_STORE");
+  const TAVIK kept = storeFile ? TAVIK::Builder()
+                                     .clientId(kClientId)
+                                     .eventTrackingHost(server().hostPort)
+                                     .eventStore(storeFile)
+                                     .build()
+                               : plain;
+  const TAVIK& tavik = storeFile ? kept : plain;
   const double cpu0 = processCpuSeconds();
   const auto t0 = std::chrono::steady_clock::now();
   std::size_t failed = 0;
