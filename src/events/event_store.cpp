@@ -586,7 +586,9 @@ std::int64_t EventStore::add(std::string finalUrl, std::int64_t eventTime) {
   op.add = true;
   op.url = std::move(finalUrl);
   op.eventTime = eventTime;
-  op.created = impl_->now();
+  // The call's own "event_time" is the moment it was kept (ages count from it), unless a
+  // test runs the store on a clock of its own.
+  op.created = impl_->options.clock ? impl_->options.clock() : eventTime;
   bool first, wake;
   {
     std::lock_guard lock(impl_->mutex);
