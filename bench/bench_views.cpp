@@ -676,7 +676,7 @@ int main(int argc, char** argv) {
     std::vector<BannerAd> hundred;
     for (int i = 0; i < 100; ++i) {
       BannerAd ad = images[static_cast<size_t>(i) % images.size()];
-      ad.uclid += "-" + std::to_string(i);
+      ad.uclid.append("-").append(std::to_string(i));
       hundred.push_back(ad);
     }
     std::vector<QString> pictures;

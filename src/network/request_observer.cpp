@@ -156,15 +156,17 @@ void splitUrl(const std::string& url, transport::ObservedRequest& record) {
   const std::string_view text(url);
   const auto scheme = text.find("://");
   const auto pathAt = scheme == std::string_view::npos ? 0 : text.find_first_of("/?#", scheme + 3);
+  // (A one-character string rather than the literal: GCC 12 warns falsely about the
+  // literal's assignment once this is inlined at -O3.)
   if (pathAt == std::string_view::npos) {
-    record.path = "/";
+    record.path = std::string(1, '/');
     return;
   }
   const auto fragmentAt = text.find('#', pathAt);
   const std::string_view rest = text.substr(pathAt, fragmentAt - pathAt);
   const auto queryAt = rest.find('?');
   record.path = decoded(rest.substr(0, queryAt));
-  if (record.path.empty()) record.path = "/";
+  if (record.path.empty()) record.path = std::string(1, '/');
   if (queryAt == std::string_view::npos) return;
   std::string_view query = rest.substr(queryAt + 1);
   while (!query.empty()) {
