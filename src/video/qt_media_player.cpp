@@ -164,14 +164,15 @@ void QtMediaPlayer::giveBack(QtMediaPlayer* player) {
     player->letGo();
     registerCleanup();
     p.settling.push_back(player);
+    // Heard on the application object: `keep` may destroy the player.
     player->settleWatch_ = connect(
-        &player->player_, &QMediaPlayer::mediaStatusChanged, player,
-        [player](QMediaPlayer::MediaStatus status) {
-          if (status == QMediaPlayer::LoadingMedia) return;
-          QObject::disconnect(player->settleWatch_);
+        &player->player_, &QMediaPlayer::mediaStatusChanged, QCoreApplication::instance(),
+        [watched = QPointer<QtMediaPlayer>(player)](QMediaPlayer::MediaStatus status) {
+          if (!watched || status == QMediaPlayer::LoadingMedia) return;
+          QObject::disconnect(watched->settleWatch_);
           // A report queued before the first one was handled finds it gone.
-          if (!removeFrom(pool().settling, player)) return;
-          keep(player);
+          if (!removeFrom(pool().settling, watched.data())) return;
+          keep(watched.data());
         },
         Qt::QueuedConnection);
     return;
@@ -183,7 +184,8 @@ void QtMediaPlayer::keep(QtMediaPlayer* player) {
   Pool& p = pool();
   player->bringDown();
   player->audio_.setMuted(true);
-  if (!QCoreApplication::instance() || int(p.idle.size()) >= kPoolSize) {
+  if (!QCoreApplication::instance() || int(p.idle.size()) >= kPoolSize ||
+      player->sources_ >= kSourcesPerPlayer) {
     delete player;
     return;
   }
@@ -385,6 +387,7 @@ void QtMediaPlayer::load(const QUrl& local) {
   // state.
   local_ = local;
   mediaLoaded_ = false;
+  ++sources_;
   player_.setSource(local);
 }
 
