@@ -184,8 +184,7 @@ void QtMediaPlayer::keep(QtMediaPlayer* player) {
   Pool& p = pool();
   player->bringDown();
   player->audio_.setMuted(true);
-  if (!QCoreApplication::instance() || int(p.idle.size()) >= kPoolSize ||
-      player->sources_ >= kSourcesPerPlayer) {
+  if (!QCoreApplication::instance() || int(p.idle.size()) >= kPoolSize) {
     delete player;
     return;
   }
@@ -387,7 +386,6 @@ void QtMediaPlayer::load(const QUrl& local) {
   // state.
   local_ = local;
   mediaLoaded_ = false;
-  ++sources_;
   player_.setSource(local);
 }
 

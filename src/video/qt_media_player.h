@@ -52,10 +52,6 @@ class QtMediaPlayer final : public MediaPlayer {
  public:
   /// Idle players kept for reuse; any more than this are destroyed when given back.
   static constexpr int kPoolSize = 4;
-  /// Sources a player plays before it is destroyed instead of kept: Qt 6.4's GStreamer
-  /// pipeline keeps about 1.3 KB of each source's stream events for as long as it lives,
-  /// so a player reused for ever grows without bound.
-  static constexpr int kSourcesPerPlayer = 50;
 
   explicit QtMediaPlayer(QObject* parent = nullptr);
   ~QtMediaPlayer() override;
@@ -157,8 +153,6 @@ class QtMediaPlayer final : public MediaPlayer {
   Status status_ = Status::unknown;
   QString error_;
   bool playing_ = false;
-  // Sources given to the pipeline since the player was made.
-  int sources_ = 0;
   // While settling: the watch on the media status.
   QMetaObject::Connection settleWatch_;
   // While grabbing a first picture: who waits, what tells, and the time limit.

@@ -478,37 +478,6 @@ TEST_F(QtPlayerTest, APlayerGivenBackWhileItsMediaLoadsIsHandedOutOnlyOnceSettle
   for (auto& player : taken) quick::QtMediaPlayer::giveBack(player.release());
 }
 
-// A player is reused for a bounded number of sources: Qt's pipeline keeps a little of
-// every source's stream events for its whole life, so the one that has played its share
-// is destroyed when given back instead of kept.
-TEST_F(QtPlayerTest, APlayerThatPlayedItsShareOfSourcesIsDestroyedWhenGivenBack) {
-  auto hold = quick::detail::holdCreativeFile(env().base() + "/media/video_320x180.mp4");
-  ASSERT_TRUE(spinUntil([&] { return hold.future().is_ready(); }));
-  const QUrl file = QUrl::fromLocalFile(QString::fromStdString(hold.future().get()));
-  auto loadOnce = [&](quick::QtMediaPlayer* player) {
-    player->setSource(file);
-    return spinUntil([&] { return player->status() == MediaPlayer::Status::readyToPlay; });
-  };
-
-  std::unique_ptr<quick::QtMediaPlayer> player = quick::QtMediaPlayer::take();
-  for (int i = 0; i < quick::QtMediaPlayer::kSourcesPerPlayer - 1; ++i) {
-    ASSERT_TRUE(loadOnce(player.get())) << "source " << i;
-  }
-  // One source short of its share: kept.
-  QPointer<quick::QtMediaPlayer> watched = player.get();
-  const int idle = quick::QtMediaPlayer::idleCount();
-  quick::QtMediaPlayer::giveBack(player.release());
-  ASSERT_TRUE(watched);
-  EXPECT_EQ(quick::QtMediaPlayer::idleCount(), idle + 1);
-  player = quick::QtMediaPlayer::take();
-  ASSERT_EQ(player.get(), watched.data());
-  // Its last source: destroyed when given back, and the pool does not hold it.
-  ASSERT_TRUE(loadOnce(player.get()));
-  quick::QtMediaPlayer::giveBack(player.release());
-  EXPECT_FALSE(watched);
-  EXPECT_EQ(quick::QtMediaPlayer::idleCount(), idle);
-}
-
 // ---- VideoAdView in an offscreen window, on scripted players
 
 class VideoAdViewTest : public ::testing::Test {
