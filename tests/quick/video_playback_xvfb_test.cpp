@@ -577,6 +577,17 @@ TEST(VideoPlaybackXvfbTest, APreloadedPictureInPictureDrawsItsVideoInItsFirstFra
   Host host;
   auto pips = quick::views(TAVIK::shared()).pipAdView();
   auto* overlay = static_cast<PIPAdViewManager*>(pips.get())->customWindow.get();
+  // The first frame after a call: drawn for real (it completes the panel's view, queued by
+  // showAd), then the scene as that frame left it drawn again into an image.
+  auto firstFrame = [&] {
+    bool swapped = false;
+    auto connection =
+        QObject::connect(&host.view, &QQuickWindow::frameSwapped, [&] { swapped = true; });
+    host.view.update();
+    spinUntil([&] { return swapped; }, 1000);
+    QObject::disconnect(connection);
+    return host.view.grabWindow();
+  };
   StderrCapture capture;
   // A panel played once: the pool holds a player with its output.
   pips->showAd(sandboxAd("au_video_banner"), {});
@@ -590,7 +601,7 @@ TEST(VideoPlaybackXvfbTest, APreloadedPictureInPictureDrawsItsVideoInItsFirstFra
   BannerAd plain = sandboxAd("au_video_banner");
   plain.elements.value += "?first-frame-plain";
   pips->showAd(plain, {});
-  EXPECT_LE(coloursInPanel(host.view.grabWindow(), overlay->windowFrame()), 4)
+  EXPECT_LE(coloursInPanel(firstFrame(), overlay->windowFrame()), 4)
       << "the control drew a video picture at once";
   ASSERT_TRUE(videoViewIn(overlay->host()));
   EXPECT_FALSE(videoViewIn(overlay->host())->property("showsPreloadedPicture").toBool());
@@ -604,13 +615,14 @@ TEST(VideoPlaybackXvfbTest, APreloadedPictureInPictureDrawsItsVideoInItsFirstFra
   Future<bool> preloaded = pips->preload(ad);
   ASSERT_TRUE(spinUntil([&] { return preloaded.is_ready(); }, 8000));
   EXPECT_TRUE(preloaded.get());
-  EXPECT_EQ(quick::QtMediaPlayer::grabbingCount(), 0);
+  // The player it played on goes back to the pool right after.
+  EXPECT_TRUE(spinUntil([] { return quick::QtMediaPlayer::grabbingCount() == 0; }, 1000));
   EXPECT_FALSE(quick::detail::preloadedVideoPicture(ad.elements.value).isNull());
   EXPECT_EQ(quick::QtMediaPlayer::createdCount(), created) << "the preload built a player";
   EXPECT_EQ(quick::QtMediaPlayer::outputsCreatedCount(), outputs);
 
   pips->showAd(ad, {});
-  const QImage first = host.view.grabWindow();  // nothing spun since showAd
+  const QImage first = firstFrame();
   const QString path = QDir(outputDir()).filePath(QStringLiteral("pip_first_frame_xvfb.png"));
   first.save(path);
   EXPECT_GT(coloursInPanel(first, overlay->windowFrame()), 16) << "saved as " << path.toStdString();
@@ -639,7 +651,7 @@ TEST(VideoPlaybackXvfbTest, APreloadedPictureInPictureDrawsItsVideoInItsFirstFra
   pips->dropPreload(dropped);
   EXPECT_TRUE(quick::detail::preloadedVideoPicture(dropped.elements.value).isNull());
   pips->showAd(dropped, {});
-  host.view.grabWindow();  // the panel's view is complete from this frame on
+  firstFrame();
   ASSERT_TRUE(videoViewIn(overlay->host()));
   EXPECT_FALSE(videoViewIn(overlay->host())->property("showsPreloadedPicture").toBool());
   overlay->dismiss();
