@@ -7,9 +7,12 @@
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QThread>
+#include <QThreadPool>
 #include <QVideoFrame>
 #include <QVideoSink>
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <string>
 #include <vector>
@@ -220,20 +223,49 @@ void QtMediaPlayer::grabFirstPicture(const QUrl& file, std::function<void(const 
   p.grabbing.push_back(player);
   player->grabDone_ = std::move(done);
   // The output stays where it waits, hidden: its sink gets the pictures all the same,
-  // and it changes no window. The sink reports from the pipeline's thread; the picture
-  // is copied here, where converting a frame held in a texture is allowed.
+  // and it changes no window. The sink reports on the pipeline's thread, where only the
+  // first picture is taken; a picture in memory is copied on Qt's thread pool, one held
+  // in a texture on this thread, which converting it needs.
+  auto taken = std::make_shared<std::atomic_bool>(false);
   player->grabWatch_ << connect(
       sink, &QVideoSink::videoFrameChanged, player,
-      [player](const QVideoFrame& frame) {
-        if (!frame.isValid() || player->grabDone_ == nullptr) return;
-        QElapsedTimer copying;
-        copying.start();
-        const QImage picture = frame.toImage();
-        qCDebug(lcViews, "first picture of a preloaded video: %dx%d, copied in %.2f ms",
-                picture.width(), picture.height(), double(copying.nsecsElapsed()) / 1e6);
-        if (!picture.isNull()) player->endGrab(picture);
+      [taken, target = QPointer<QtMediaPlayer>(player)](const QVideoFrame& frame) {
+        if (!frame.isValid() || taken->exchange(true)) return;
+        auto copy = [frame, target] {
+          QElapsedTimer copying;
+          copying.start();
+          const QImage picture = frame.toImage();
+          qCDebug(lcViews, "first picture of a preloaded video: %dx%d, copied in %.2f ms on %s",
+                  picture.width(), picture.height(), double(copying.nsecsElapsed()) / 1e6,
+                  QThread::currentThread() == QCoreApplication::instance()->thread()
+                      ? "the application thread"
+                      : "a worker thread");
+          return picture;
+        };
+        auto deliver = [target](const QImage& picture) {
+          detail::whileApplicationAlive([&] {
+            QMetaObject::invokeMethod(
+                QCoreApplication::instance(),
+                [target, picture] {
+                  if (target) target->endGrab(picture);
+                },
+                Qt::QueuedConnection);
+          });
+        };
+        if (frame.handleType() == QVideoFrame::NoHandle) {
+          QThreadPool::globalInstance()->start([copy, deliver] { deliver(copy()); });
+        } else {
+          detail::whileApplicationAlive([&] {
+            QMetaObject::invokeMethod(
+                QCoreApplication::instance(),
+                [copy, target] {
+                  if (target) target->endGrab(copy());
+                },
+                Qt::QueuedConnection);
+          });
+        }
       },
-      Qt::QueuedConnection);
+      Qt::DirectConnection);
   player->grabWatch_ << connect(player, &MediaPlayer::statusChanged, player, [player](Status s) {
     if (s == Status::failed) player->endGrab(QImage());
   });
