@@ -269,11 +269,14 @@ bool imagesReady(QQuickItem* item) {
   return true;
 }
 
-// Whether `item`'s tree holds an image with a source (loaded or not).
+// Whether `item`'s tree holds a picture with a source (loaded or not): an Image, or a banner.
 bool hasPicture(QQuickItem* item) {
   const QList<QQuickItem*> items = item->findChildren<QQuickItem*>();
   return std::any_of(items.begin(), items.end(), [](QQuickItem* child) {
-    return child->inherits("QQuickImageBase") && !child->property("source").toUrl().isEmpty();
+    // An Image with a source, or a banner that draws its picture itself.
+    auto* banner = qobject_cast<quick::BannerAdViewBase*>(child);
+    return (child->inherits("QQuickImageBase") && !child->property("source").toUrl().isEmpty()) ||
+           (banner && banner->creativeKindProperty() == quick::BannerAdViewBase::Image);
   });
 }
 
