@@ -69,6 +69,7 @@
 #include "tavik/video/video_player_manager.h"
 #include "tavik/views/qml_records.h"
 #include "tavik/views/views.h"
+#include "video/qt_media_player.h"
 #include "views/appearance.h"
 #include "views/banner_ad_item.h"
 #include "views/preload.h"
@@ -920,6 +921,9 @@ int main(int argc, char** argv) {
       std::snprintf(label, sizeof label, "   %s (%d cycles)", name, count);
       verdict(label, growth, 2.0, "MiB");
       std::printf("   %-55s GStreamer warnings: %ld\n", "", warnings.count() - warningsBefore);
+      std::printf("   %-55s players built so far %d, idle %d, settling %d\n", "",
+                  quick::QtMediaPlayer::createdCount(), quick::QtMediaPlayer::idleCount(),
+                  quick::QtMediaPlayer::settlingCount());
     };
     auto createDrawDestroy = [&](const QString& qml, const QVariantMap& properties) {
       return [&, qml, properties] {
