@@ -2,7 +2,9 @@
 // pictures, measured side by side in one process and one window:
 //   1. a banner from a decoded ad (creative already cached), created and drawn to its
 //      first frame, against a plain Image of the same picture; 1b. the frames from an
-//      interstitial's showAd to the first frame that shows its creative;
+//      interstitial's showAd to the first frame that shows its creative; 1c. the picture in
+//      picture's first video picture; 1d. whether the first frame after the picture in
+//      picture's showAd holds a video picture, after a completed preload and without;
 //   2. the UI-thread time of every SDK entry point a view runs there (showAd of every
 //      format, an appearance, a tap, a mute toggle, a paging step): median, 99th
 //      percentile, worst;
@@ -22,7 +24,7 @@
 //
 //   tavik_bench_views [--cycles N] [--long-cycles N] [--flick-seconds S] [--figures LIST]
 //
-// --figures runs only the figures listed, comma-separated: 1, 1b, 1c, 2, 3, 3b, 3c, 4 (all of
+// --figures runs only the figures listed, comma-separated: 1, 1b, 1c, 1d, 2, 3, 3b, 3c, 4 (all of
 // figure 4) and 4h (only figure 4's heap per live item). All of them by default.
 // --heap-of QML adds figure 4's heap per live item of any snippet (given the banner's `ad`
 // property, so the snippet must have one; "\n" in it is a newline), for finding where an
@@ -43,6 +45,7 @@
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickView>
+#include <QSet>
 #include <QTemporaryDir>
 #include <QVideoFrame>
 #include <QVideoSink>
@@ -66,8 +69,10 @@
 #include "tavik/video/video_player_manager.h"
 #include "tavik/views/qml_records.h"
 #include "tavik/views/views.h"
+#include "video/qt_media_player.h"
 #include "views/appearance.h"
 #include "views/banner_ad_item.h"
+#include "views/preload.h"
 
 using namespace tavik;
 
@@ -265,11 +270,14 @@ bool imagesReady(QQuickItem* item) {
   return true;
 }
 
-// Whether `item`'s tree holds an image with a source (loaded or not).
+// Whether `item`'s tree holds a picture with a source (loaded or not): an Image, or a banner.
 bool hasPicture(QQuickItem* item) {
   const QList<QQuickItem*> items = item->findChildren<QQuickItem*>();
   return std::any_of(items.begin(), items.end(), [](QQuickItem* child) {
-    return child->inherits("QQuickImageBase") && !child->property("source").toUrl().isEmpty();
+    // An Image with a source, or a banner that draws its picture itself.
+    auto* banner = qobject_cast<quick::BannerAdViewBase*>(child);
+    return (child->inherits("QQuickImageBase") && !child->property("source").toUrl().isEmpty()) ||
+           (banner && banner->creativeKindProperty() == quick::BannerAdViewBase::Image);
   });
 }
 
@@ -525,6 +533,67 @@ int main(int argc, char** argv) {
         "frame(s), worst %.0f; median %.1f ms, worst %.1f ms; %d of 50 never showed one\n",
         percentile(frameCounts, 0.5), percentile(frameCounts, 1.0), percentile(times, 0.5),
         percentile(times, 1.0), missing);
+    std::printf("  GStreamer warnings: %ld\n", warnings.count() - warningsBefore);
+  }
+
+  // 1d. A picture in picture shown after its preload completed: whether the first frame
+  // drawn after showAd holds a video picture (many colours where the panel would otherwise
+  // be its flat background), against the same show without a preload.
+  if (runs("1") || runs("1d")) {
+    const long warningsBefore = warnings.count();
+    auto pips = quick::views(sdk).pipAdView();
+    auto* window = static_cast<PIPAdViewManager*>(pips.get())->customWindow.get();
+    // One panel played first, so that the pool holds a player with its output.
+    pips->showAd(*video, {});
+    spinUntil([&] { return window->host() && videoPictureIn(window->host()); }, 5000);
+    window->dismiss();
+    drain(100);
+    std::vector<double> preloadMs;
+    int pictureKept = 0;
+    auto firstFrameHoldsVideo = [&](bool preload) {
+      if (preload) {
+        QElapsedTimer clock;
+        clock.start();
+        Future<bool> ready = pips->preload(*video);
+        spinUntil([&] { return ready.is_ready(); }, 5000);
+        preloadMs.push_back(clock.nsecsElapsed() / 1e6);
+      }
+      const bool kept = !quick::detail::preloadedVideoPicture(video->elements.value).isNull();
+      pictureKept += preload && kept ? 1 : 0;
+      pips->showAd(*video, {});
+      // The first frame completes the panel's view (its afterAnimating); the scene as that
+      // frame left it is then drawn again into an image (a grab completes nothing itself
+      // with the basic render loop).
+      stage.nextFrame();
+      const QImage frame = stage.view().grabWindow().convertToFormat(QImage::Format_RGB32);
+      // The left middle of the panel, clear of its buttons.
+      const QRect panel = window->windowFrame().toRect();
+      const QRect area(panel.x() + panel.width() / 10, panel.y() + panel.height() * 3 / 10,
+                       panel.width() * 4 / 10, panel.height() * 4 / 10);
+      QSet<QRgb> colours;
+      for (int y = area.top(); y <= area.bottom(); ++y) {
+        for (int x = area.left(); x <= area.right(); ++x) colours.insert(frame.pixel(x, y));
+      }
+      spinUntil([&] { return window->host() && videoPictureIn(window->host()); }, 5000);
+      window->dismiss();
+      stage.nextFrame();
+      drain(20);
+      return colours.size() > 16;
+    };
+    int preloaded = 0, plain = 0;
+    constexpr int kRounds = 20;
+    for (int i = 0; i < kRounds; ++i) {
+      preloaded += firstFrameHoldsVideo(true) ? 1 : 0;
+      plain += firstFrameHoldsVideo(false) ? 1 : 0;
+    }
+    drain(50);
+    std::printf(
+        "\n1d. picture in picture, first frame after showAd holds the video: after a completed "
+        "preload %d of %d, without a preload %d of %d; preloads that kept the first picture %d "
+        "of %d; preload (file on disk) to its first picture median %.1f ms\n",
+        preloaded, kRounds, plain, kRounds, pictureKept, kRounds, percentile(preloadMs, 0.5));
+    verdict("   preloaded shows without the video in their first frame",
+            double(kRounds - preloaded), 0.0, "");
     std::printf("  GStreamer warnings: %ld\n", warnings.count() - warningsBefore);
   }
 
@@ -852,6 +921,9 @@ int main(int argc, char** argv) {
       std::snprintf(label, sizeof label, "   %s (%d cycles)", name, count);
       verdict(label, growth, 2.0, "MiB");
       std::printf("   %-55s GStreamer warnings: %ld\n", "", warnings.count() - warningsBefore);
+      std::printf("   %-55s players built so far %d, idle %d, settling %d\n", "",
+                  quick::QtMediaPlayer::createdCount(), quick::QtMediaPlayer::idleCount(),
+                  quick::QtMediaPlayer::settlingCount());
     };
     auto createDrawDestroy = [&](const QString& qml, const QVariantMap& properties) {
       return [&, qml, properties] {

@@ -1,17 +1,25 @@
 #include "video/qt_media_player.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QMetaObject>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QThread>
+#include <QThreadPool>
+#include <QVideoFrame>
+#include <QVideoSink>
+#include <algorithm>
+#include <atomic>
 #include <exception>
 #include <string>
 #include <vector>
 
 #include "tavik/views/qt_bridge.h"
 #include "views/creative_store.h"
+#include "views/logging.h"
 
 namespace tavik::quick {
 
@@ -44,6 +52,10 @@ namespace {
 // the engine of the view that first borrowed them.
 struct Pool {
   std::vector<QtMediaPlayer*> idle;
+  // Given back while their media loaded; idle once it has settled.
+  std::vector<QtMediaPlayer*> settling;
+  // Lent to `grabFirstPicture`.
+  std::vector<QtMediaPlayer*> grabbing;
   int created = 0;
   int outputs = 0;
   bool cleanupRegistered = false;
@@ -60,6 +72,10 @@ void destroyIdlePlayers() {
   Pool& p = pool();
   std::vector<QtMediaPlayer*> idle;
   idle.swap(p.idle);
+  idle.insert(idle.end(), p.settling.begin(), p.settling.end());
+  idle.insert(idle.end(), p.grabbing.begin(), p.grabbing.end());
+  p.settling.clear();
+  p.grabbing.clear();
   for (QtMediaPlayer* player : idle) delete player;
   // Output items still borrowed outlive the engine; they have no bindings that need it.
   delete p.engine;
@@ -116,6 +132,13 @@ QQuickItem* parkingIn(QQuickWindow* window) {
   return parking;
 }
 
+bool removeFrom(std::vector<QtMediaPlayer*>& list, QtMediaPlayer* player) {
+  const auto it = std::find(list.begin(), list.end(), player);
+  if (it == list.end()) return false;
+  list.erase(it);
+  return true;
+}
+
 }  // namespace
 
 std::unique_ptr<QtMediaPlayer> QtMediaPlayer::take() {
@@ -135,6 +158,33 @@ void QtMediaPlayer::giveBack(QtMediaPlayer* player) {
   player->setParent(nullptr);
   // Whoever listened to this player is done with it.
   QObject::disconnect(player, nullptr, nullptr, nullptr);
+  player->audio_.setMuted(true);
+  if (QCoreApplication::instance() && player->player_.mediaStatus() == QMediaPlayer::LoadingMedia) {
+    // The decoder may still be adding its pads on a streaming thread: a new source now
+    // (the empty one included) could deadlock this thread against it. The player waits,
+    // silent, until Qt reports the media loaded or failed, and is brought down after
+    // that report has been handled.
+    player->letGo();
+    registerCleanup();
+    p.settling.push_back(player);
+    // Heard on the application object: `keep` may destroy the player.
+    player->settleWatch_ = connect(
+        &player->player_, &QMediaPlayer::mediaStatusChanged, QCoreApplication::instance(),
+        [watched = QPointer<QtMediaPlayer>(player)](QMediaPlayer::MediaStatus status) {
+          if (!watched || status == QMediaPlayer::LoadingMedia) return;
+          QObject::disconnect(watched->settleWatch_);
+          // A report queued before the first one was handled finds it gone.
+          if (!removeFrom(pool().settling, watched.data())) return;
+          keep(watched.data());
+        },
+        Qt::QueuedConnection);
+    return;
+  }
+  keep(player);
+}
+
+void QtMediaPlayer::keep(QtMediaPlayer* player) {
+  Pool& p = pool();
   player->bringDown();
   player->audio_.setMuted(true);
   if (!QCoreApplication::instance() || int(p.idle.size()) >= kPoolSize) {
@@ -147,6 +197,105 @@ void QtMediaPlayer::giveBack(QtMediaPlayer* player) {
 
 int QtMediaPlayer::idleCount() {
   return int(pool().idle.size());
+}
+
+int QtMediaPlayer::settlingCount() {
+  return int(pool().settling.size());
+}
+
+int QtMediaPlayer::grabbingCount() {
+  return int(pool().grabbing.size());
+}
+
+void QtMediaPlayer::grabFirstPicture(const QUrl& file, std::function<void(const QImage&)> done) {
+  Pool& p = pool();
+  const auto found = std::find_if(p.idle.begin(), p.idle.end(),
+                                  [](QtMediaPlayer* idle) { return idle->hasOutputItem(); });
+  QVideoSink* sink = found == p.idle.end()
+                         ? nullptr
+                         : (*found)->output_.item->property("videoSink").value<QVideoSink*>();
+  if (!sink || file.isEmpty()) {
+    if (done) done(QImage());
+    return;
+  }
+  QtMediaPlayer* player = *found;
+  p.idle.erase(found);
+  p.grabbing.push_back(player);
+  player->grabDone_ = std::move(done);
+  // The output stays where it waits, hidden: its sink gets the pictures all the same,
+  // and it changes no window. The sink reports on the pipeline's thread, where only the
+  // first picture is taken; a picture in memory is copied on Qt's thread pool, one held
+  // in a texture on this thread, which converting it needs.
+  auto taken = std::make_shared<std::atomic_bool>(false);
+  player->grabWatch_ << connect(
+      sink, &QVideoSink::videoFrameChanged, player,
+      [taken, target = QPointer<QtMediaPlayer>(player)](const QVideoFrame& frame) {
+        if (!frame.isValid() || taken->exchange(true)) return;
+        auto copy = [frame, target] {
+          QElapsedTimer copying;
+          copying.start();
+          const QImage picture = frame.toImage();
+          qCDebug(lcViews, "first picture of a preloaded video: %dx%d, copied in %.2f ms on %s",
+                  picture.width(), picture.height(), double(copying.nsecsElapsed()) / 1e6,
+                  QThread::currentThread() == QCoreApplication::instance()->thread()
+                      ? "the application thread"
+                      : "a worker thread");
+          return picture;
+        };
+        auto deliver = [target](const QImage& picture) {
+          detail::whileApplicationAlive([&] {
+            QMetaObject::invokeMethod(
+                QCoreApplication::instance(),
+                [target, picture] {
+                  if (target) target->endGrab(picture);
+                },
+                Qt::QueuedConnection);
+          });
+        };
+        if (frame.handleType() == QVideoFrame::NoHandle) {
+          QThreadPool::globalInstance()->start([copy, deliver] { deliver(copy()); });
+        } else {
+          detail::whileApplicationAlive([&] {
+            QMetaObject::invokeMethod(
+                QCoreApplication::instance(),
+                [copy, target] {
+                  if (target) target->endGrab(copy());
+                },
+                Qt::QueuedConnection);
+          });
+        }
+      },
+      Qt::DirectConnection);
+  player->grabWatch_ << connect(player, &MediaPlayer::statusChanged, player, [player](Status s) {
+    if (s == Status::failed) player->endGrab(QImage());
+  });
+  player->grabTimer_ = std::make_unique<QTimer>();
+  player->grabTimer_->setSingleShot(true);
+  connect(player->grabTimer_.get(), &QTimer::timeout, player,
+          [player] { player->endGrab(QImage()); });
+  player->grabTimer_->start(kFirstPictureTimeoutMs);
+  player->setSource(file);
+  player->play();
+}
+
+void QtMediaPlayer::endGrab(const QImage& picture) {
+  if (!grabDone_) return;
+  for (const auto& connection : grabWatch_) disconnect(connection);
+  grabWatch_.clear();
+  if (grabTimer_) grabTimer_->stop();
+  auto done = std::move(grabDone_);
+  grabDone_ = nullptr;
+  // Given back once this call (a slot of this player or its timer) has returned: a full
+  // pool destroys it.
+  QMetaObject::invokeMethod(
+      QCoreApplication::instance(),
+      [player = QPointer<QtMediaPlayer>(this)] {
+        if (!player || !removeFrom(pool().grabbing, player.data())) return;
+        player->grabTimer_.reset();
+        giveBack(player.data());
+      },
+      Qt::QueuedConnection);
+  done(picture);
 }
 
 int QtMediaPlayer::createdCount() {
@@ -206,6 +355,21 @@ void QtMediaPlayer::bringDown() {
     item->setParentItem(window ? parkingIn(window) : nullptr);
   }
   // Nobody listens any more: the state is reset without a word.
+  status_ = Status::unknown;
+  playing_ = false;
+}
+
+void QtMediaPlayer::letGo() {
+  ++generation_;
+  download_.reset();
+  source_.clear();
+  wantsToPlay_ = false;
+  reloading_ = false;
+  // In the same window the renderer stays as it is; hidden, the output draws nothing.
+  if (QQuickItem* item = output_.item) {
+    QQuickWindow* window = item->window();
+    item->setParentItem(window ? parkingIn(window) : nullptr);
+  }
   status_ = Status::unknown;
   playing_ = false;
 }

@@ -1,11 +1,15 @@
 #pragma once
 
 #include <QAudioOutput>
+#include <QImage>
+#include <QList>
 #include <QMediaPlayer>
 #include <QPointer>
 #include <QString>
+#include <QTimer>
 #include <QUrl>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "tavik/video/media_player.h"
@@ -35,6 +39,13 @@ namespace tavik::quick {
 /// view. A view borrows it (`outputItem()`), and `giveBack()` takes it out of the view
 /// after the pipeline is down, into a hidden item of the same window, so that the next
 /// view in that window takes it without a change of renderer.
+///
+/// A player given back while its media is still loading is not brought down at once: Qt
+/// 6.4's GStreamer back end, asked for a new source (or none) while the decoder of the
+/// previous one still adds its pads on a streaming thread, can deadlock the application
+/// thread against that thread. Such a player waits aside, silent, until its media
+/// status leaves `LoadingMedia` (reported by Qt's signal, never waited for), and only
+/// then is brought down and kept for `take()`.
 class QtMediaPlayer final : public MediaPlayer {
   Q_OBJECT
 
@@ -52,6 +63,19 @@ class QtMediaPlayer final : public MediaPlayer {
   static void giveBack(QtMediaPlayer* player);
   /// The number of idle players kept now.
   static int idleCount();
+  /// Players given back while their media was loading, not yet brought down.
+  static int settlingCount();
+  /// Plays the local `file` muted on an idle player that already has its output item,
+  /// until the first decoded picture reaches that output, hands `done` a copy of that
+  /// picture on this thread, and gives the player back. `done` gets a null image at once
+  /// when no idle player has an output (building one takes tens of milliseconds of this
+  /// thread, which no preparation ahead of a view may take), and later when the media
+  /// fails or shows nothing within `kFirstPictureTimeoutMs`. Application thread only.
+  static void grabFirstPicture(const QUrl& file, std::function<void(const QImage&)> done);
+  /// How long `grabFirstPicture` waits for a picture.
+  static constexpr int kFirstPictureTimeoutMs = 5000;
+  /// Players busy with `grabFirstPicture` now.
+  static int grabbingCount();
   /// Players made since the process started (reused ones are not counted again).
   static int createdCount();
 
@@ -85,6 +109,14 @@ class QtMediaPlayer final : public MediaPlayer {
   // pipeline is still paused or ready is not disposed, and GStreamer says so. Emits
   // nothing: called once nobody listens.
   void bringDown();
+  // Forgets the source, the want to play and the download without touching the
+  // pipeline, and parks the output item hidden in its window: for a player whose media
+  // still loads, which must not be given a new source yet.
+  void letGo();
+  // Brought down, then idle (or destroyed when the pool is full).
+  static void keep(QtMediaPlayer* player);
+  // The end of a `grabFirstPicture`: the player goes back to the pool after this call.
+  void endGrab(const QImage& picture);
   void load(const QUrl& local);
   void onMediaStatus(QMediaPlayer::MediaStatus status);
   void onPlayerError(const QString& text);
@@ -121,6 +153,12 @@ class QtMediaPlayer final : public MediaPlayer {
   Status status_ = Status::unknown;
   QString error_;
   bool playing_ = false;
+  // While settling: the watch on the media status.
+  QMetaObject::Connection settleWatch_;
+  // While grabbing a first picture: who waits, what tells, and the time limit.
+  std::function<void(const QImage&)> grabDone_;
+  QList<QMetaObject::Connection> grabWatch_;
+  std::unique_ptr<QTimer> grabTimer_;
 };
 
 namespace detail {

@@ -1,12 +1,56 @@
 #include "video/video_ad_view.h"
 
+#include <QImage>
+#include <QQuickWindow>
+#include <QSGImageNode>
+#include <QVideoFrame>
+#include <QVideoSink>
+
 #include "tavik/core/tavik.h"
 #include "tavik/video/media_player.h"
 #include "video/qt_media_player.h"
 #include "views/appearance.h"
 #include "views/media_support.h"
+#include "views/preload.h"
 
 namespace tavik::quick {
+
+namespace {
+
+// A still picture fitted and centred in the item, as the video output places its frames.
+class StillPicture final : public QQuickItem {
+ public:
+  StillPicture(QImage picture, QQuickItem* parent)
+      : QQuickItem(parent), picture_(std::move(picture)) {
+    setFlag(ItemHasContents);
+    setObjectName(QStringLiteral("preloadedVideoPicture"));
+  }
+
+ protected:
+  QSGNode* updatePaintNode(QSGNode* old, UpdatePaintNodeData*) override {
+    auto* node = static_cast<QSGImageNode*>(old);
+    if (picture_.isNull() || width() <= 0 || height() <= 0) {
+      delete node;
+      return nullptr;
+    }
+    if (!node) {
+      node = window()->createImageNode();
+      node->setTexture(window()->createTextureFromImage(picture_));
+      node->setOwnsTexture(true);
+      node->setFiltering(QSGTexture::Linear);
+    }
+    const QSizeF fitted = QSizeF(picture_.size()).scaled(size(), Qt::KeepAspectRatio);
+    node->setRect(
+        QRectF(QPointF((width() - fitted.width()) / 2, (height() - fitted.height()) / 2), fitted));
+    node->setSourceRect(QRectF(QPointF(0, 0), picture_.size()));
+    return node;
+  }
+
+ private:
+  const QImage picture_;
+};
+
+}  // namespace
 
 VideoAdViewBase::VideoAdViewBase(QQuickItem* parent)
     : QQuickItem(parent), config_(installedConfig()) {}
@@ -56,12 +100,20 @@ void VideoAdViewBase::componentComplete() {
   appearance_->setReady();
   connect(appearance_, &AdAppearance::appeared, this, &VideoAdViewBase::appear);
   connect(appearance_, &AdAppearance::disappeared, this, [this] { disappear(); });
+  // A preload's first picture of this video, drawn from the first frame on; read before
+  // the player (made on screen) takes the preload over.
+  if (const QImage picture = detail::preloadedVideoPicture(url_.toStdString()); !picture.isNull()) {
+    picture_ = new StillPicture(picture, this);
+    picture_->setSize(size());
+    Q_EMIT showsPreloadedPictureChanged();
+  }
   setOnScreen(appearance_->onScreen());
 }
 
 void VideoAdViewBase::geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) {
   QQuickItem::geometryChange(newGeometry, oldGeometry);
   if (videoOutput_) videoOutput_->setSize(newGeometry.size());
+  if (picture_) picture_->setSize(newGeometry.size());
 }
 
 void VideoAdViewBase::itemChange(ItemChange change, const ItemChangeData& value) {
@@ -101,6 +153,28 @@ void VideoAdViewBase::borrowOutput(MediaPlayer* player) {
   output->setSize(size());
   output->setVisible(true);
   videoOutput_ = output;
+  watchFirstPicture();
+}
+
+void VideoAdViewBase::watchFirstPicture() {
+  if (!picture_ || !videoOutput_) return;
+  auto* sink = videoOutput_->property("videoSink").value<QVideoSink*>();
+  if (!sink) return;
+  // The sink reports from the pipeline's thread; the output draws the picture in the
+  // frame after the report reaches this thread, which is when the still one goes.
+  firstPictureWatch_ = connect(
+      sink, &QVideoSink::videoFrameChanged, this,
+      [this](const QVideoFrame& frame) {
+        if (frame.isValid()) dropPreloadedPicture();
+      },
+      Qt::QueuedConnection);
+}
+
+void VideoAdViewBase::dropPreloadedPicture() {
+  disconnect(firstPictureWatch_);
+  if (!picture_) return;
+  delete picture_.data();
+  Q_EMIT showsPreloadedPictureChanged();
 }
 
 void VideoAdViewBase::releasePlayer(bool notify) {
@@ -110,6 +184,8 @@ void VideoAdViewBase::releasePlayer(bool notify) {
   // to its pipeline throughout.
   MediaPlayer* player = manager_->player();
   QObject::disconnect(player, nullptr, this, nullptr);
+  // The output goes back to the pool; a picture it gets later is another view's.
+  disconnect(firstPictureWatch_);
   player->pause();
   const bool hadOutput = !videoOutput_.isNull();
   delete manager_;

@@ -29,6 +29,10 @@ class AdAppearance;
 /// overlay dismissed), the view gives its player up at once: the pipeline is brought
 /// down to its null state, the output item leaves the view, and the player with its
 /// output returns to a small pool.
+///
+/// A view of a video whose preload kept its first picture (the picture-in-picture
+/// manager's preload does) draws that picture, fitted like the video, from its first
+/// frame until its own player's first picture reaches the output; then the picture goes.
 class VideoAdViewBase : public QQuickItem {
   Q_OBJECT
   QML_ELEMENT
@@ -42,6 +46,8 @@ class VideoAdViewBase : public QQuickItem {
   Q_PROPERTY(QQuickItem* videoOutput READ videoOutput NOTIFY videoOutputChanged)
   Q_PROPERTY(bool active READ active NOTIFY activeChanged)
   Q_PROPERTY(bool playing READ playing NOTIFY playingChanged)
+  Q_PROPERTY(
+      bool showsPreloadedPicture READ showsPreloadedPicture NOTIFY showsPreloadedPictureChanged)
 
  public:
   /// The period of progress events when none is given.
@@ -70,6 +76,9 @@ class VideoAdViewBase : public QQuickItem {
   bool active() const { return active_; }
   /// Whether the video is playing now (loaded, not paused).
   bool playing() const;
+  /// Whether the view draws a preload's first picture of its video (until the player's
+  /// first picture reaches the output).
+  bool showsPreloadedPicture() const { return !picture_.isNull(); }
 
   /// Every video view in `root`'s tree (`root` included) gives its player up now; for an
   /// overlay about to leave its window, so that the players' outputs wait in the window
@@ -86,6 +95,7 @@ class VideoAdViewBase : public QQuickItem {
   void videoOutputChanged();
   void activeChanged();
   void playingChanged();
+  void showsPreloadedPictureChanged();
 
  protected:
   void componentComplete() override;
@@ -103,6 +113,9 @@ class VideoAdViewBase : public QQuickItem {
   // Stops the player and gives it up with the manager; its output item leaves the view
   // once the pipeline is down.
   void releasePlayer(bool notify = true);
+  // Drops the preloaded picture once `videoOutput_` has been given a picture of its own.
+  void watchFirstPicture();
+  void dropPreloadedPicture();
 
   QmlConfig config_;
   QString cliUbid_;
@@ -111,6 +124,9 @@ class VideoAdViewBase : public QQuickItem {
   int progressTrackInterval_ = kDefaultProgressTrackInterval;
   VideoPlayerManager* manager_ = nullptr;  // a child of the view
   QPointer<QQuickItem> videoOutput_;
+  // The preloaded first picture, drawn over the output until it has a picture.
+  QPointer<QQuickItem> picture_;
+  QMetaObject::Connection firstPictureWatch_;
   AdAppearance* appearance_ = nullptr;
   bool active_ = false;
 };

@@ -14,6 +14,7 @@
 #include "tavik/views/creatives.h"
 #include "tavik/views/overlay_ad_view.h"
 #include "tavik/views/qt_bridge.h"
+#include "video/qt_media_player.h"
 #include "views/creative_disk_cache.h"
 #include "views/creative_store.h"
 #include "views/media_support.h"
@@ -30,6 +31,8 @@ struct Preload {
   CreativeHold<Bytes> bytes;
   CreativeHold<std::string> file;
   QImage image;
+  // A video's first picture, when the preload asked for it and a player could give it.
+  QImage videoPicture;
   bool ready = false;
 };
 
@@ -80,6 +83,21 @@ class Preloads {
     return false;
   }
 
+  QImage videoPicture(const std::string& url) {
+    std::lock_guard lock(mutex_);
+    auto it = byAddress_.find(url);
+    if (it == byAddress_.end()) return {};
+    for (const auto& p : it->second) {
+      if (!p->videoPicture.isNull()) return p->videoPicture;
+    }
+    return {};
+  }
+
+  void setVideoPicture(const std::shared_ptr<Preload>& preload, QImage picture) {
+    std::lock_guard lock(mutex_);
+    preload->videoPicture = std::move(picture);
+  }
+
   void markReady(const std::shared_ptr<Preload>& preload, QImage image) {
     std::lock_guard lock(mutex_);
     preload->image = std::move(image);
@@ -117,6 +135,10 @@ QImage takePreloadedImage(const std::string& url) {
   return taken ? taken->image : QImage();
 }
 
+QImage preloadedVideoPicture(const std::string& url) {
+  return Preloads::instance().videoPicture(url);
+}
+
 QImage PreloadedImageProvider::requestImage(const QString& id, QSize* size,
                                             const QSize& requestedSize) {
   const std::string url = creativeAddress(id);
@@ -131,16 +153,15 @@ QImage PreloadedImageProvider::requestImage(const QString& id, QSize* size,
 
 }  // namespace detail
 
-Future<bool> preloadCreative(const BannerAd& ad) {
+Future<bool> detail::preload(const BannerAd& ad, bool firstVideoPicture) {
   const CreativeKind kind = creativeKind(ad);
   if (kind == CreativeKind::none || ad.elements.value.empty()) return Future<bool>::ready(false);
   // The decoded picture is handed over only while the application is watched, which the
   // first view starts; a preload may come before any view, so it starts it too when it
   // is called on the application's thread.
-  if (QCoreApplication* app = QCoreApplication::instance();
-      app && QThread::currentThread() == app->thread()) {
-    applicationExecutor();
-  }
+  QCoreApplication* app = QCoreApplication::instance();
+  const bool onApplicationThread = app && QThread::currentThread() == app->thread();
+  if (onApplicationThread) applicationExecutor();
   const std::string url = ad.elements.value;
   auto preload = std::make_shared<detail::Preload>();
   auto promise = std::make_shared<Promise<bool>>();
@@ -152,9 +173,38 @@ Future<bool> preloadCreative(const BannerAd& ad) {
     preload->file = detail::holdCreativeFile(url, detail::HoldFor::preload);
     const Future<std::string> file = preload->file.future();
     detail::Preloads::instance().add(url, preload);
-    file.whenReady([promise, weak](const Future<std::string>& ready) {
-      if (auto alive = weak.lock()) detail::Preloads::instance().markReady(alive, {});
-      detail::settle(promise, ready);
+    if (!firstVideoPicture || !onApplicationThread) {
+      file.whenReady([promise, weak](const Future<std::string>& ready) {
+        if (auto alive = weak.lock()) detail::Preloads::instance().markReady(alive, {});
+        detail::settle(promise, ready);
+      });
+      return result;
+    }
+    // Once the file is on disk, an idle pooled player that already has its output plays
+    // it muted up to its first picture, which the preload keeps; complete when it has it
+    // (or when no such player is idle: then the file alone is ready, as for any video).
+    file.whenReady(applicationExecutor(), [promise, weak](const Future<std::string>& ready) {
+      std::string path;
+      try {
+        path = ready.get();
+      } catch (...) {
+        promise->set_exception(std::current_exception());
+        return;
+      }
+      auto alive = weak.lock();
+      if (!alive) {  // a view took it over, or the host dropped it, meanwhile
+        promise->set_value(true);
+        return;
+      }
+      detail::Preloads::instance().markReady(alive, {});
+      alive.reset();
+      QtMediaPlayer::grabFirstPicture(QUrl::fromLocalFile(QString::fromStdString(path)),
+                                      [promise, weak](const QImage& picture) {
+                                        if (auto still = weak.lock(); still && !picture.isNull())
+                                          detail::Preloads::instance().setVideoPicture(still,
+                                                                                       picture);
+                                        promise->set_value(true);
+                                      });
     });
     return result;
   }
@@ -190,6 +240,10 @@ Future<bool> preloadCreative(const BannerAd& ad) {
     if (!started) promise->abandon();
   });
   return result;
+}
+
+Future<bool> preloadCreative(const BannerAd& ad) {
+  return detail::preload(ad, /*firstVideoPicture=*/false);
 }
 
 void dropPreloadedCreative(const BannerAd& ad) {
@@ -297,7 +351,8 @@ void InterstitialAdViewProtocol::dropPreload(const BannerAd& ad) {
 Future<bool> PIPAdViewProtocol::preload(const BannerAd& ad) {
   // The picture in picture shows video only.
   if (!isVideoCreative(ad.crt)) return Future<bool>::ready(false);
-  return quick::preloadCreative(ad);
+  // With the video's first picture, so that the panel shows it in its first frame.
+  return quick::detail::preload(ad, /*firstVideoPicture=*/true);
 }
 void PIPAdViewProtocol::dropPreload(const BannerAd& ad) {
   quick::dropPreloadedCreative(ad);

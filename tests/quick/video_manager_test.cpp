@@ -20,6 +20,7 @@
 #include "tavik/video/video_player_manager.h"
 #include "video/progress_clock.h"
 #include "video/qt_media_player.h"
+#include "views/creative_store.h"
 
 using namespace tavik;
 using tavik::test::ScriptedMediaPlayer;
@@ -433,6 +434,48 @@ TEST_F(QtPlayerTest, AManagerGoneBeforeItsDownloadEndsCancelsItAndIsLeftAlone) {
       spinUntil([&] { return transport::stats().requestsCancelled == cancelledBefore + 1; }));
   spinUntil([] { return false; }, 600);
   EXPECT_EQ(env().server().requests("/media/slow.mp4").size(), 1u);
+}
+
+// A player given back while its media still loads is not brought down (nor handed out)
+// until Qt reports the media loaded: a new source given to a pipeline whose decoder still
+// adds its pads can deadlock Qt 6.4's GStreamer back end. Once settled, it comes back
+// empty and idle; one given back settled is idle at once.
+TEST_F(QtPlayerTest, APlayerGivenBackWhileItsMediaLoadsIsHandedOutOnlyOnceSettled) {
+  auto hold = quick::detail::holdCreativeFile(env().base() + "/media/video_320x180.mp4");
+  ASSERT_TRUE(spinUntil([&] { return hold.future().is_ready(); }));
+  const QUrl file = QUrl::fromLocalFile(QString::fromStdString(hold.future().get()));
+
+  std::unique_ptr<quick::QtMediaPlayer> loading = quick::QtMediaPlayer::take();
+  loading->setSource(file);  // a local file: the pipeline starts loading now
+  loading->play();
+  const int idle = quick::QtMediaPlayer::idleCount();
+  const int settling = quick::QtMediaPlayer::settlingCount();
+  QPointer<quick::QtMediaPlayer> returned = loading.get();
+  quick::QtMediaPlayer::giveBack(loading.release());
+  EXPECT_EQ(quick::QtMediaPlayer::settlingCount(), settling + 1);
+  EXPECT_EQ(quick::QtMediaPlayer::idleCount(), idle);
+  EXPECT_TRUE(returned->source().isEmpty()) << "its views see no source any more";
+  // Until it settles, whoever asks for a player gets another one.
+  std::vector<std::unique_ptr<quick::QtMediaPlayer>> taken;
+  for (int i = 0; i <= idle; ++i) {
+    taken.push_back(quick::QtMediaPlayer::take());
+    EXPECT_NE(taken.back().get(), returned.data());
+  }
+  ASSERT_TRUE(spinUntil([&] { return quick::QtMediaPlayer::settlingCount() == settling; }))
+      << "the media never settled";
+  ASSERT_TRUE(returned) << "settled into a pool that had room";
+  EXPECT_FALSE(returned->isPlaying()) << "the play asked for before it was given back";
+  EXPECT_EQ(quick::QtMediaPlayer::idleCount(), 1);
+  EXPECT_EQ(quick::QtMediaPlayer::take().release(), returned.data());
+  // Brought down on settling: no source, status unknown.
+  std::unique_ptr<quick::QtMediaPlayer> again(returned.data());
+  EXPECT_EQ(again->status(), MediaPlayer::Status::unknown);
+  EXPECT_TRUE(again->source().isEmpty());
+  // Given back with nothing loading, a player is idle at once.
+  quick::QtMediaPlayer::giveBack(again.release());
+  EXPECT_EQ(quick::QtMediaPlayer::idleCount(), 1);
+  EXPECT_EQ(quick::QtMediaPlayer::settlingCount(), settling);
+  for (auto& player : taken) quick::QtMediaPlayer::giveBack(player.release());
 }
 
 // ---- VideoAdView in an offscreen window, on scripted players

@@ -13,6 +13,8 @@
 #include <QQuickView>
 #include <QQuickWindow>
 #include <QSet>
+#include <QVideoFrame>
+#include <QVideoSink>
 
 #include <algorithm>
 #include <cstdio>
@@ -26,6 +28,7 @@
 #include "tavik/video/video_player_manager.h"
 #include "tavik/views/views.h"
 #include "video/qt_media_player.h"
+#include "views/preload.h"
 
 using namespace tavik;
 using tavik::test::spinUntil;
@@ -531,6 +534,127 @@ TEST(VideoPlaybackXvfbTest, ADismissedOverlayGivesItsPlayerBackAtDismiss) {
     drainDeletes(50);
     EXPECT_FALSE(layer);
   }
+  drainDeletes(200);
+  const std::string printed = capture.take();
+  EXPECT_EQ(gstreamerComplaints(printed), 0) << printed.substr(0, 2000);
+}
+
+namespace {
+
+// How many colours the left middle of `panel` has in `grabbed`, clear of the panel's
+// buttons: a video picture has many, the panel's background one.
+int coloursInPanel(const QImage& grabbed, const QRectF& panel) {
+  const QImage frame = grabbed.convertToFormat(QImage::Format_RGB32);
+  const QRect p = panel.toRect();
+  const QRect area(p.x() + p.width() / 10, p.y() + p.height() * 3 / 10, p.width() * 4 / 10,
+                   p.height() * 4 / 10);
+  QSet<QRgb> colours;
+  for (int y = area.top(); y <= area.bottom(); ++y) {
+    for (int x = area.left(); x <= area.right(); ++x) colours.insert(frame.pixel(x, y));
+  }
+  return int(colours.size());
+}
+
+// The video view inside an overlay's layer, if there is one.
+QQuickItem* videoViewIn(QQuickItem* root) {
+  if (!root) return nullptr;
+  if (root->metaObject()->indexOfProperty("showsPreloadedPicture") >= 0) return root;
+  for (QQuickItem* child : root->childItems()) {
+    if (QQuickItem* found = videoViewIn(child)) return found;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+// A picture in picture shown after its preload completed draws the video's first picture
+// in the first frame after showAd: the preload played the file on an idle pooled player up
+// to its first picture and kept a copy, which the panel draws until its own player's
+// first picture reaches the output. Without a preload that frame has no video in it. The
+// preload builds no player, and a preload given up drops its picture.
+TEST(VideoPlaybackXvfbTest, APreloadedPictureInPictureDrawsItsVideoInItsFirstFrame) {
+  env();  // the SDK, installed with the sandbox
+  Host host;
+  auto pips = quick::views(TAVIK::shared()).pipAdView();
+  auto* overlay = static_cast<PIPAdViewManager*>(pips.get())->customWindow.get();
+  // The first frame after a call: drawn for real (it completes the panel's view, queued by
+  // showAd), then the scene as that frame left it drawn again into an image.
+  auto firstFrame = [&] {
+    bool swapped = false;
+    auto connection =
+        QObject::connect(&host.view, &QQuickWindow::frameSwapped, [&] { swapped = true; });
+    host.view.update();
+    spinUntil([&] { return swapped; }, 1000);
+    QObject::disconnect(connection);
+    return host.view.grabWindow();
+  };
+  StderrCapture capture;
+  // A panel played once: the pool holds a player with its output.
+  pips->showAd(sandboxAd("au_video_banner"), {});
+  ASSERT_TRUE(overlay->host());
+  ASSERT_TRUE(spinUntil([&] { return anyPlaying(overlay->host()); }, 5000));
+  overlay->dismiss();
+  drainDeletes(100);
+  ASSERT_GE(quick::QtMediaPlayer::idleCount(), 1);
+
+  // Not preloaded: the first frame holds only the panel.
+  BannerAd plain = sandboxAd("au_video_banner");
+  plain.elements.value += "?first-frame-plain";
+  pips->showAd(plain, {});
+  EXPECT_LE(coloursInPanel(firstFrame(), overlay->windowFrame()), 4)
+      << "the control drew a video picture at once";
+  ASSERT_TRUE(videoViewIn(overlay->host()));
+  EXPECT_FALSE(videoViewIn(overlay->host())->property("showsPreloadedPicture").toBool());
+  overlay->dismiss();
+  drainDeletes(100);
+
+  BannerAd ad = sandboxAd("au_video_banner");
+  ad.elements.value += "?first-frame-preloaded";
+  const int created = quick::QtMediaPlayer::createdCount();
+  const int outputs = quick::QtMediaPlayer::outputsCreatedCount();
+  Future<bool> preloaded = pips->preload(ad);
+  ASSERT_TRUE(spinUntil([&] { return preloaded.is_ready(); }, 8000));
+  EXPECT_TRUE(preloaded.get());
+  // The player it played on goes back to the pool right after.
+  EXPECT_TRUE(spinUntil([] { return quick::QtMediaPlayer::grabbingCount() == 0; }, 1000));
+  EXPECT_FALSE(quick::detail::preloadedVideoPicture(ad.elements.value).isNull());
+  EXPECT_EQ(quick::QtMediaPlayer::createdCount(), created) << "the preload built a player";
+  EXPECT_EQ(quick::QtMediaPlayer::outputsCreatedCount(), outputs);
+
+  pips->showAd(ad, {});
+  const QImage first = firstFrame();
+  const QString path = QDir(outputDir()).filePath(QStringLiteral("pip_first_frame_xvfb.png"));
+  first.save(path);
+  EXPECT_GT(coloursInPanel(first, overlay->windowFrame()), 16) << "saved as " << path.toStdString();
+  QPointer<QQuickItem> view = videoViewIn(overlay->host());
+  ASSERT_TRUE(view);
+  EXPECT_NE(view->findChild<QQuickItem*>(QStringLiteral("preloadedVideoPicture")), nullptr);
+  EXPECT_TRUE(view->property("showsPreloadedPicture").toBool());
+  // The panel's player took the preload over; its first picture replaces the still one.
+  ASSERT_TRUE(spinUntil([&] { return anyPlaying(overlay->host()); }, 5000));
+  EXPECT_TRUE(spinUntil([&] { return !view->property("showsPreloadedPicture").toBool(); }, 3000));
+  EXPECT_EQ(view->findChild<QQuickItem*>(QStringLiteral("preloadedVideoPicture")), nullptr);
+  EXPECT_TRUE(quick::detail::preloadedVideoPicture(ad.elements.value).isNull());
+  // It went because the output has a picture of its own, which it draws from now on.
+  const std::vector<QQuickItem*> drawing = findVideoOutputs(view);
+  ASSERT_EQ(drawing.size(), 1u);
+  EXPECT_TRUE(drawing.front()->property("videoSink").value<QVideoSink*>()->videoFrame().isValid());
+  overlay->dismiss();
+  drainDeletes(100);
+
+  // Given up before a panel showed it: the picture goes with the preload.
+  BannerAd dropped = sandboxAd("au_video_banner");
+  dropped.elements.value += "?first-frame-dropped";
+  Future<bool> again = pips->preload(dropped);
+  ASSERT_TRUE(spinUntil([&] { return again.is_ready(); }, 8000));
+  EXPECT_FALSE(quick::detail::preloadedVideoPicture(dropped.elements.value).isNull());
+  pips->dropPreload(dropped);
+  EXPECT_TRUE(quick::detail::preloadedVideoPicture(dropped.elements.value).isNull());
+  pips->showAd(dropped, {});
+  firstFrame();
+  ASSERT_TRUE(videoViewIn(overlay->host()));
+  EXPECT_FALSE(videoViewIn(overlay->host())->property("showsPreloadedPicture").toBool());
+  overlay->dismiss();
   drainDeletes(200);
   const std::string printed = capture.take();
   EXPECT_EQ(gstreamerComplaints(printed), 0) << printed.substr(0, 2000);
