@@ -54,6 +54,15 @@ QString outputDir() {
   return dir ? QString::fromLocal8Bit(dir) : QDir::currentPath();
 }
 
+// Asks `window` for a frame and waits (at most a second) until it was drawn for real.
+void drawNextFrame(QQuickWindow& window) {
+  bool swapped = false;
+  auto connection = QObject::connect(&window, &QQuickWindow::frameSwapped, [&] { swapped = true; });
+  window.update();
+  spinUntil([&] { return swapped; }, 1000);
+  QObject::disconnect(connection);
+}
+
 }  // namespace
 
 TEST(VideoPlaybackXvfbTest, PlaysLoopsReportsAndDrawsTheSandboxVideo) {
@@ -457,14 +466,7 @@ TEST(VideoPlaybackXvfbTest, ViewsDestroyedRightAfterTheyAreMadeLeaveGStreamerQui
   auto pips = quick::views(TAVIK::shared()).pipAdView();
   auto* pipWindow = static_cast<PIPAdViewManager*>(pips.get())->customWindow.get();
   QQuickItem* parent = host.view.rootObject();
-  auto nextFrame = [&] {
-    bool swapped = false;
-    auto connection =
-        QObject::connect(&host.view, &QQuickWindow::frameSwapped, [&] { swapped = true; });
-    host.view.update();
-    spinUntil([&] { return swapped; }, 1000);
-    QObject::disconnect(connection);
-  };
+  auto nextFrame = [&] { drawNextFrame(host.view); };
   StderrCapture capture;
   int withPlayer = 0;
   for (int cycle = 0; cycle < 60; ++cycle) {
@@ -580,12 +582,7 @@ TEST(VideoPlaybackXvfbTest, APreloadedPictureInPictureDrawsItsVideoInItsFirstFra
   // The first frame after a call: drawn for real (it completes the panel's view, queued by
   // showAd), then the scene as that frame left it drawn again into an image.
   auto firstFrame = [&] {
-    bool swapped = false;
-    auto connection =
-        QObject::connect(&host.view, &QQuickWindow::frameSwapped, [&] { swapped = true; });
-    host.view.update();
-    spinUntil([&] { return swapped; }, 1000);
-    QObject::disconnect(connection);
+    drawNextFrame(host.view);
     return host.view.grabWindow();
   };
   StderrCapture capture;
