@@ -1,5 +1,7 @@
 #include "tavik/network/url.h"
 
+#include "network/web_service_internal.h"
+
 #include <curl/curl.h>
 
 #include <algorithm>
@@ -81,20 +83,29 @@ std::optional<Url> Url::parseAnew(std::string_view text) {
   return url;
 }
 
+namespace detail {
+
+std::string spliceQuery(std::string_view text, std::string_view encodedQuery) {
+  const auto fragmentAt = std::min(text.find('#'), text.size());
+  const auto baseEnd = std::min(text.substr(0, fragmentAt).find('?'), fragmentAt);
+  std::string out;
+  out.reserve(baseEnd + 1 + encodedQuery.size() + (text.size() - fragmentAt));
+  out.append(text.substr(0, baseEnd));
+  if (!encodedQuery.empty()) {
+    out += '?';
+    out += encodedQuery;
+  }
+  out.append(text.substr(fragmentAt));
+  return out;
+}
+
+}  // namespace detail
+
 Url Url::withQuery(const std::string& encodedQuery) const {
   // Splice the query into the normalised text rather than letting the parser rebuild
   // the address, which would re-case the percent-escapes.
-  const std::string_view text = text_;
-  const auto fragmentAt = std::min(text.find('#'), text.size());
-  const auto baseEnd = std::min(text.substr(0, fragmentAt).find('?'), fragmentAt);
   Url url;
-  url.text_.reserve(baseEnd + 1 + encodedQuery.size() + (text.size() - fragmentAt));
-  url.text_.append(text.substr(0, baseEnd));
-  if (!encodedQuery.empty()) {
-    url.text_ += '?';
-    url.text_ += encodedQuery;
-  }
-  url.text_.append(text.substr(fragmentAt));
+  url.text_ = detail::spliceQuery(text_, encodedQuery);
   url.scheme_ = scheme_;
   url.host_ = host_;
   url.query_ = encodedQuery;

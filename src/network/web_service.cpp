@@ -176,15 +176,17 @@ bool WebService::isValidApiUrl(const std::string& urlString) {
 
 namespace {
 
-// Appends `parameters` to the query that ends `out` (`any`: whether that query already
-// holds a pair), percent-encoded, a list as repeated "key[]" pairs.
-void appendQueryPairs(std::string& out, bool any, const Parameters& parameters) {
-  const auto append = [&out, &any](std::string_view name, std::string_view value) {
-    if (any) out += '&';
-    any = true;
-    appendPercentEncoded(out, name);
-    out += '=';
-    appendPercentEncoded(out, value);
+// `url`'s query with `parameters` appended, percent-encoded, a list as repeated "key[]"
+// pairs.
+std::string queryWith(const Url& url, const Parameters& parameters) {
+  std::string query;
+  query.reserve(url.query().size() + 32 * parameters.size());
+  query = url.query();
+  const auto append = [&query](std::string_view name, std::string_view value) {
+    if (!query.empty()) query += '&';
+    appendPercentEncoded(query, name);
+    query += '=';
+    appendPercentEncoded(query, value);
   };
   for (const auto& [key, value] : parameters) {
     if (const StringList* list = value.asList()) {
@@ -194,37 +196,21 @@ void appendQueryPairs(std::string& out, bool any, const Parameters& parameters) 
       append(key, value.text());
     }
   }
+  return query;
 }
 
 }  // namespace
 
 Url WebService::makeQueryUrl(const Url& url, const Parameters& parameters) {
   if (parameters.empty()) return url;
-  std::string query;
-  query.reserve(url.query().size() + 32 * parameters.size());
-  query = url.query();
-  appendQueryPairs(query, !query.empty(), parameters);
-  return url.withQuery(query);
+  return url.withQuery(queryWith(url, parameters));
 }
 
 namespace detail {
 
 std::string queryUrlText(const Url& url, const Parameters& parameters) {
   if (parameters.empty()) return url.string();
-  // The same splice as Url::withQuery, written straight into one string.
-  const std::string_view text = url.string();
-  const auto fragmentAt = std::min(text.find('#'), text.size());
-  const auto baseEnd = std::min(text.substr(0, fragmentAt).find('?'), fragmentAt);
-  std::string out;
-  out.reserve(baseEnd + 1 + url.query().size() + 32 * parameters.size() +
-              (text.size() - fragmentAt));
-  out.append(text.substr(0, baseEnd));
-  out += '?';
-  out += url.query();
-  appendQueryPairs(out, !url.query().empty(), parameters);
-  if (out.size() == baseEnd + 1) out.pop_back();  // no query at all: no '?' either
-  out.append(text.substr(fragmentAt));
-  return out;
+  return spliceQuery(url.string(), queryWith(url, parameters));
 }
 
 }  // namespace detail

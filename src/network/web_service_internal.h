@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
@@ -18,6 +19,10 @@ namespace tavik::detail {
 /// nobody cancels them, so the transport keeps no cancel hook for them.
 Future<HttpResponse> exchangeGet(const WebService& service, const Url& url, std::string* sentUrl,
                                  bool cancellable = true);
+
+/// `text` (an address) with its query replaced by `encodedQuery` (none when empty), its
+/// fragment kept: the text of `Url::withQuery`.
+std::string spliceQuery(std::string_view text, std::string_view encodedQuery);
 
 /// The text of `WebService::makeQueryUrl(url, parameters)`, written straight into one
 /// string (no address object is made).
